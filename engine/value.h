@@ -1,0 +1,213 @@
+// Value: the property-list value type the engines work in.
+//
+// A Value is null (a missing object), a boolean, an integer, a real, a string,
+// a date, data, an array, a set or a dictionary. The kinds are kept apart: a
+// boolean read from a file is written back as a boolean, an integer as an
+// integer.
+//
+// Values have value semantics with shared, copy-on-write storage: copying a
+// Value copies a pointer, and the first mutation through a copy detaches only
+// the container being changed (its children stay shared). Copying a whole
+// build manifest to change one top-level key therefore costs the size of the
+// top-level dictionary, not the size of the file.
+//
+// Dictionaries keep their keys in insertion (file) order. Sets keep their
+// members sorted (see Value::compare) so that everything logged from a set is
+// stable from run to run.
+
+#ifndef VELMAR_ENGINE_VALUE_H_
+#define VELMAR_ENGINE_VALUE_H_
+
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace velmar {
+
+class Value;
+class Dict;
+
+using Array = std::vector<Value>;
+
+// Data bytes, distinct from a string.
+struct Data {
+  std::string bytes;
+  bool operator==(const Data&) const = default;
+};
+
+// A date, as seconds since 2001-01-01 00:00:00 UTC (the property-list epoch).
+struct Date {
+  double seconds = 0;
+  bool operator==(const Date&) const = default;
+};
+
+class Value {
+ public:
+  enum class Type : uint8_t {
+    Null, Bool, Integer, Real, String, Date, Data, Array, Set, Dict
+  };
+
+  struct Less {
+    bool operator()(const Value& a, const Value& b) const;
+  };
+  using SetStorage = std::set<Value, Less>;
+
+  Value() = default;  // null
+  Value(bool b);
+  Value(int i) : Value(static_cast<long long>(i)) {}
+  Value(long i) : Value(static_cast<long long>(i)) {}
+  Value(long long i);
+  Value(unsigned i) : Value(static_cast<long long>(i)) {}
+  Value(unsigned long i) : Value(static_cast<long long>(i)) {}
+  Value(double d);
+  Value(const char* s);
+  Value(std::string s);
+  Value(std::string_view s) : Value(std::string(s)) {}
+  Value(velmar::Data d);
+  Value(velmar::Date d);
+  Value(velmar::Array a);
+  Value(SetStorage s);
+  Value(velmar::Dict d);
+
+  static Value makeArray(std::initializer_list<Value> items = {});
+  static Value makeSet(std::initializer_list<Value> items = {});
+  static Value makeDict();
+  static Value makeData(std::string bytes) { return Value(velmar::Data{std::move(bytes)}); }
+  static Value stringArray(const std::vector<std::string>& items);
+
+  Type type() const;
+  bool isNull() const { return node_ == nullptr; }
+  explicit operator bool() const { return node_ != nullptr; }
+  bool isBool() const { return type() == Type::Bool; }
+  bool isInteger() const { return type() == Type::Integer; }
+  bool isReal() const { return type() == Type::Real; }
+  bool isNumber() const;  // bool, integer or real
+  bool isString() const { return type() == Type::String; }
+  bool isDate() const { return type() == Type::Date; }
+  bool isData() const { return type() == Type::Data; }
+  bool isArray() const { return type() == Type::Array; }
+  bool isSet() const { return type() == Type::Set; }
+  bool isDict() const { return type() == Type::Dict; }
+  bool isContainer() const { return isArray() || isSet() || isDict(); }
+
+  // Scalar readers. Each answers a neutral value (false, 0, "") for a value
+  // of another kind; numbers convert between each other.
+  bool boolValue() const;
+  int64_t intValue() const;
+  double realValue() const;
+  const std::string& str() const;
+  const velmar::Data& dataValue() const;
+  velmar::Date dateValue() const;
+
+  // Container readers; an empty container for a value of another kind.
+  const velmar::Array& arr() const;
+  const SetStorage& setItems() const;
+  const velmar::Dict& dict() const;
+
+  // Container writers. They turn a null value into an empty container of
+  // the kind asked for and detach shared storage. Asking for the wrong kind
+  // of an existing non-null value replaces it with an empty container.
+  velmar::Array& arrMut();
+  SetStorage& setMut();
+  velmar::Dict& dictMut();
+
+  // Dictionary shortcuts: null when this is not a dictionary or has no such key.
+  Value get(std::string_view key) const;
+  const Value* find(std::string_view key) const;
+  bool contains(std::string_view key) const;
+  void set(std::string key, Value v);
+  bool remove(std::string_view key);
+
+  // Array and set shortcuts.
+  size_t count() const;  // members of a container, 0 otherwise
+  void append(Value v);  // to an array (a null value becomes one)
+  void insert(Value v);  // into a set (a null value becomes one)
+  bool containsMember(const Value& v) const;  // array or set membership
+
+  // "Info.DeviceClass": each dotted component looks a key up in the
+  // dictionary reached so far. Null as soon as a step misses.
+  Value valueForKeyPath(std::string_view path) const;
+
+  // The text of "%@": strings as they are, numbers in decimal ("1" and "0"
+  // for booleans), arrays and sets as their niceDescription, null as
+  // "(null)".
+  std::string description() const;
+
+  // Plain strings of an array or set, in order, skipping non-strings.
+  std::vector<std::string> strings() const;
+
+  // Deep equality. Numbers compare by value across kinds, as number objects
+  // do; everything else needs the same kind.
+  bool operator==(const Value& other) const;
+  bool operator!=(const Value& other) const { return !(*this == other); }
+
+  // A total order: by kind first, then by contents. Strings compare by bytes.
+  static int compare(const Value& a, const Value& b);
+
+  // True when both share the same storage (for tests of the copy cost).
+  bool sharesStorageWith(const Value& other) const { return node_ == other.node_; }
+
+ private:
+  struct Node;
+  explicit Value(std::shared_ptr<Node> node) : node_(std::move(node)) {}
+  Node& mutableNode();
+
+  std::shared_ptr<Node> node_;
+};
+
+// A dictionary with keys kept in insertion order and constant-time lookup.
+class Dict {
+ public:
+  using Entry = std::pair<std::string, Value>;
+  using const_iterator = std::vector<Entry>::const_iterator;
+  using iterator = std::vector<Entry>::iterator;
+
+  Dict() = default;
+  Dict(std::initializer_list<Entry> entries);
+
+  size_t size() const { return entries_.size(); }
+  bool empty() const { return entries_.empty(); }
+  const_iterator begin() const { return entries_.begin(); }
+  const_iterator end() const { return entries_.end(); }
+  // Mutable iteration may change values, never keys.
+  iterator begin() { return entries_.begin(); }
+  iterator end() { return entries_.end(); }
+
+  const Value* find(std::string_view key) const;
+  Value* find(std::string_view key);
+  Value get(std::string_view key) const;
+  bool contains(std::string_view key) const { return find(key) != nullptr; }
+  // Replaces the value of an existing key in place, or appends the key.
+  void set(std::string key, Value v);
+  bool remove(std::string_view key);
+  std::vector<std::string> keys() const;
+
+  bool operator==(const Dict& other) const;  // same keys and values, any order
+
+ private:
+  struct Hash {
+    using is_transparent = void;
+    size_t operator()(std::string_view s) const { return std::hash<std::string_view>{}(s); }
+  };
+  struct Eq {
+    using is_transparent = void;
+    bool operator()(std::string_view a, std::string_view b) const { return a == b; }
+  };
+  static constexpr size_t kIndexThreshold = 12;
+  void rebuildIndex();
+
+  std::vector<Entry> entries_;
+  // Key to position, kept only once the dictionary is large enough for a
+  // linear scan to cost more than the map.
+  std::unordered_map<std::string, size_t, Hash, Eq> index_;
+};
+
+}  // namespace velmar
+
+#endif  // VELMAR_ENGINE_VALUE_H_
