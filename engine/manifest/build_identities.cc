@@ -1,0 +1,136 @@
+// The two-level identity index (device class, then variant), the rewritten
+// build manifest, and the listing and keep-list services the steps share.
+
+#include <dirent.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "engine/collection_extras.h"
+#include "engine/format.h"
+#include "engine/manifest/stripper3.h"
+
+namespace velmar {
+
+namespace {
+
+// The reference keys: a variant names the variant it is built on here.
+const char* const kReferenceKeys[] = {"MacOSVariant"};
+
+// Direct entries of a folder, without "." and "..", in the order the file
+// system gives them. Null when the folder cannot be listed.
+Value listDirectory(const std::string& path) {
+  DIR* dir = opendir(path.c_str());
+  if (!dir) return Value();
+  Value names = Value::makeArray();
+  while (struct dirent* e = readdir(dir)) {
+    std::string name = e->d_name;
+    if (name == "." || name == "..") continue;
+    names.append(name);
+  }
+  closedir(dir);
+  return names;
+}
+
+std::string joinRelative(const std::string& folder, const std::string& name) {
+  if (folder.empty()) return name;
+  if (folder.back() == '/') return folder + name;
+  return folder + "/" + name;
+}
+
+Value& child(Value& dict, const std::string& key, Value (*make)()) {
+  Value* found = dict.dictMut().find(key);
+  if (!found) {
+    dict.set(key, make());
+    found = dict.dictMut().find(key);
+  }
+  return *found;
+}
+
+Value makeDict() { return Value::makeDict(); }
+Value makeArray() { return Value::makeArray(); }
+
+}  // namespace
+
+void Stripper3::buildHierarchicalBuildIdentities() {
+  if (!buildManifest_) return;
+  Value identities = Value::makeDict();
+  Value references = Value::makeDict();
+  for (const Value& identity : buildManifest_->entries().get("BuildIdentities").arr()) {
+    // An identity without a device class or variant cannot be indexed.
+    Value deviceClass = identity.valueForKeyPath("Info.DeviceClass");
+    Value variant = identity.valueForKeyPath("Info.Variant");
+    if (!deviceClass.isString() || !variant.isString()) continue;
+    Value& byVariant = child(identities, deviceClass.str(), makeDict);
+    child(byVariant, variant.str(), makeArray).append(identity);
+    for (const char* key : kReferenceKeys) {
+      Value reference = identity.valueForKeyPath(format("Info.%@", key));
+      if (reference.isNull()) continue;
+      Value& refsByVariant = child(references, deviceClass.str(), makeDict);
+      child(refsByVariant, variant.str(), makeArray).append(reference);
+    }
+  }
+  originalBuildIdentities_ = identities;
+  referenceVariants_ = references;
+}
+
+Value Stripper3::flattenBuildIdentities(const Value& index) {
+  Value result = Value::makeArray();
+  for (const std::string& deviceClass : sortedKeys(index)) {
+    Value byVariant = index.get(deviceClass);
+    for (const std::string& variant : sortedKeys(byVariant))
+      for (const Value& identity : byVariant.get(variant).arr()) result.append(identity);
+  }
+  return result;
+}
+
+int32_t Stripper3::stripBuildManifest(Value& entry) {
+  const Value models = entry.get("workAllModels");
+  // A copy of a loaded manifest shares everything it does not change.
+  Value manifest = buildManifest_->entries();
+  manifest.set("BuildIdentities", flattenBuildIdentities(strippedBuildIdentities_));
+  std::vector<std::string> supported;
+  for (const Value& type : buildManifest_->entries().get("SupportedProductTypes").arr())
+    if (type.isString() && models.containsMember(type)) supported.push_back(type.str());
+  std::sort(supported.begin(), supported.end(),
+            [](const std::string& a, const std::string& b) { return caseInsensitiveLess(a, b); });
+  manifest.set("SupportedProductTypes", Value::stringArray(supported));
+  modifiedFilelist_.set("Restore/BuildManifest.plist", manifest);
+  return 0;
+}
+
+std::vector<std::string> Stripper3::submanifestStartingAt(const std::string& folder, bool deep) {
+  std::vector<std::string> paths;
+  const std::string absolute = folder.empty() ? bundleRoot_ : bundleRoot_ + "/" + folder;
+  if (deep) {
+    namespace fs = std::filesystem;
+    std::error_code ec;
+    fs::recursive_directory_iterator it(absolute, fs::directory_options::none, ec);
+    if (ec) return paths;
+    for (auto end = fs::recursive_directory_iterator(); it != end; it.increment(ec)) {
+      if (ec) break;
+      std::string rel = it->path().lexically_relative(absolute).string();
+      paths.push_back(joinRelative(folder, rel));
+    }
+    return paths;
+  }
+  Value names = shallowPathContentsCache_.get(folder);
+  if (names.isNull()) {
+    names = listDirectory(absolute);
+    if (names.isNull()) return paths;
+    shallowPathContentsCache_.set(folder, names);
+  }
+  for (const Value& name : names.arr()) paths.push_back(joinRelative(folder, name.str()));
+  return paths;
+}
+
+void Stripper3::addSubpath(const std::string& path, Value& keepList) {
+  std::string remainder = path;
+  while (!remainder.empty()) {
+    keepList.insert(Value(remainder));
+    size_t slash = remainder.find_last_of('/');
+    remainder = slash == std::string::npos ? std::string() : remainder.substr(0, slash);
+  }
+}
+
+}  // namespace velmar

@@ -1,0 +1,105 @@
+// Stripper: the frame every strip engine shares.
+//
+// An engine is made for one request by its class factory (stripperForPath),
+// asked once to strip, and then read: strippedManifest lists the bundle paths
+// to keep as they are, modifiedFiles maps bundle paths to their new contents
+// (a dictionary is a property list, a string a text file, data a link whose
+// target is the data's text). Engines never write to the bundle.
+//
+// A strip runs as a work list: an array of dictionaries, each naming its step
+// in "workSelector" and its log title in "workName", run in order until a
+// step answers a non-zero status.
+
+#ifndef VELMAR_ENGINE_STRIPPER_H_
+#define VELMAR_ENGINE_STRIPPER_H_
+
+#include <cstdint>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+
+#include "engine/value.h"
+
+namespace velmar {
+
+// A step's status: 0 goes on, anything else ends the work list and becomes
+// the result of strip. Empty where the original would answer nil.
+using Status = std::optional<int32_t>;
+
+// The invalid-argument error number: what an engine that cannot strip answers.
+constexpr int32_t kStripNotImplemented = 22;
+
+class Stripper {
+ public:
+  Stripper() = default;
+  virtual ~Stripper() = default;
+  Stripper(const Stripper&) = delete;
+  Stripper& operator=(const Stripper&) = delete;
+
+  // Records the request and analyses the bundle. `products` and
+  // `factoryVariants` are arrays of strings or null; `options` a dictionary
+  // or null. The base ignores everything.
+  virtual void initWithPath(const std::string& path, const Value& products,
+                            const Value& factoryVariants, const Value& options) {}
+
+  virtual Value validFactoryVariants() { return Value(); }
+  virtual Value validProducts() { return Value(); }
+  virtual int32_t strip() { return kStripNotImplemented; }
+  virtual Value bundleRoot() const { return Value(); }
+  virtual Value strippedManifest() { return Value(); }
+  virtual Value modifiedFiles() { return Value(); }
+
+  bool verbose() const { return verbose_; }
+  void setVerbose(bool on) { verbose_ = on; }
+
+  // Runs workList() in order, logging a numbered banner before each step,
+  // and stops at the first non-zero status. Answers the last status, or
+  // nothing for an empty list. The argument is unused.
+  Status performWork(const Value& unused = Value());
+
+  const Value& workList() const { return workList_; }
+  Value& mutableWorkList() { return workList_; }
+
+ protected:
+  // Runs the step named by `selector` on `entry`. Engines look selectors up
+  // in their StepTable.
+  virtual Status performStep(std::string_view selector, Value& entry) { return 1; }
+
+  Value workList_ = Value::makeArray();
+
+ private:
+  bool verbose_ = false;
+};
+
+// The steps an engine can run from its work list, by their selector text.
+template <class Engine>
+class StepTable {
+ public:
+  using Step = int32_t (Engine::*)(Value& entry);
+
+  StepTable(std::initializer_list<std::pair<std::string_view, Step>> steps)
+      : steps_(steps.begin(), steps.end()) {}
+
+  // Runs the step; an unknown selector logs an error and fails.
+  Status perform(Engine& engine, std::string_view selector, Value& entry) const;
+
+ private:
+  std::unordered_map<std::string_view, Step> steps_;
+};
+
+// Logs the failure for a selector that names no step of the engine.
+int32_t unknownWorkStep(std::string_view selector);
+
+template <class Engine>
+Status StepTable<Engine>::perform(Engine& engine, std::string_view selector, Value& entry) const {
+  auto it = steps_.find(selector);
+  if (it == steps_.end()) return unknownWorkStep(selector);
+  return (engine.*(it->second))(entry);
+}
+
+}  // namespace velmar
+
+#endif  // VELMAR_ENGINE_STRIPPER_H_

@@ -1,0 +1,50 @@
+// SupportHost: what the support steps (map files, folder scrubs, restore
+// tools, invisibles, cookie) need from the engine that runs them.
+//
+// Both engines run the same support steps; they differ in where a kept path
+// or a rewritten file goes (the manifest engine adds to one set and one
+// dictionary, the legacy engine appends partial lists that it merges at the
+// end) and in a few messages. The host answers those differences.
+
+#ifndef VELMAR_ENGINE_SUPPORT_SUPPORT_HOST_H_
+#define VELMAR_ENGINE_SUPPORT_SUPPORT_HOST_H_
+
+#include <string>
+#include <vector>
+
+#include "engine/value.h"
+
+namespace velmar {
+
+class SupportHost {
+ public:
+  virtual ~SupportHost() = default;
+
+  // True for the legacy engine, whose steps also log what they drop.
+  virtual bool legacyMessages() const = 0;
+
+  virtual std::string supportBundleRoot() const = 0;
+  // The engine's options dictionary.
+  virtual const Value& supportOptions() const = 0;
+  // The engine class's known-products table.
+  virtual const Value& supportProductsTable() const = 0;
+
+  // Bundle-relative paths under `folder` ("" is the bundle root): direct
+  // entries when !deep, everything below when deep.
+  virtual std::vector<std::string> listFolder(const std::string& folder, bool deep) = 0;
+  // Whether the bundle's complete listing holds `path` (legacy checks only).
+  virtual bool bundleListingContains(const std::string& path) = 0;
+
+  // Keeps the paths, in order. The legacy engine keeps one partial list per
+  // call, so an empty call still records an empty list there.
+  virtual void keepPaths(const std::vector<std::string>& paths) = 0;
+  // Removes paths from what has been kept (the manifest engine's invisibles scrub).
+  virtual void unkeepPaths(const std::vector<std::string>& paths) = 0;
+  virtual std::vector<std::string> keptPaths() const = 0;
+  // Records new contents for a bundle path.
+  virtual void recordModifiedFile(const std::string& path, Value contents) = 0;
+};
+
+}  // namespace velmar
+
+#endif  // VELMAR_ENGINE_SUPPORT_SUPPORT_HOST_H_
