@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Installs the Debian packages VelmarBS needs, skipping what is already there.
+# Safe to run again. Needs root (or sudo) only when something is missing.
+set -euo pipefail
+
+packages=(
+  cmake ninja-build g++ pkg-config   # build
+  libplist-dev                       # property lists, XML and binary
+  qt6-base-dev qt6-qpa-plugins       # desktop application: widgets, print support, platforms
+  fonts-dejavu-core                  # a fixed-pitch font for the log window
+  libgtest-dev libgmock-dev          # tests
+  libbenchmark-dev                   # benchmarks
+  7zip                               # reading .dmg source bundles
+  xorriso                            # writing .dmg target bundles
+  xdg-utils                          # handing the log to the desktop's mail composer
+  xvfb xauth                         # screenshots of the application in a virtual display
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+    missing+=("$p")
+  fi
+done
+
+if ((${#missing[@]} == 0)); then
+  echo "setup: all packages present"
+  exit 0
+fi
+
+echo "setup: installing ${missing[*]}"
+sudo=""
+if [[ $(id -u) -ne 0 ]]; then sudo="sudo"; fi
+export DEBIAN_FRONTEND=noninteractive
+log=$(mktemp)
+if ! { $sudo apt-get update -qq && $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"; } >"$log" 2>&1; then
+  tail -n 30 "$log"
+  echo "setup: installing failed (full log: $log)" >&2
+  exit 1
+fi
+rm -f "$log"
+echo "setup: installed"
