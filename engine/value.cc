@@ -105,11 +105,11 @@ double Value::realValue() const {
   }
 }
 
-const std::string& Value::str() const {
+const std::string& Value::str() const& {
   return isString() ? std::get<std::string>(node_->v) : kEmptyString;
 }
 
-const Data& Value::dataValue() const {
+const Data& Value::dataValue() const& {
   return isData() ? std::get<velmar::Data>(node_->v) : kEmptyData;
 }
 
@@ -117,15 +117,15 @@ Date Value::dateValue() const {
   return isDate() ? std::get<velmar::Date>(node_->v) : velmar::Date{};
 }
 
-const Array& Value::arr() const {
+const Array& Value::arr() const& {
   return isArray() ? std::get<velmar::Array>(node_->v) : kEmptyArray;
 }
 
-const Value::SetStorage& Value::setItems() const {
+const Value::SetStorage& Value::setItems() const& {
   return isSet() ? std::get<SetStorage>(node_->v) : kEmptySet;
 }
 
-const Dict& Value::dict() const {
+const Dict& Value::dict() const& {
   return isDict() ? std::get<velmar::Dict>(node_->v) : kEmptyDict;
 }
 

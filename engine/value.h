@@ -101,14 +101,23 @@ class Value {
   bool boolValue() const;
   int64_t intValue() const;
   double realValue() const;
-  const std::string& str() const;
-  const velmar::Data& dataValue() const;
+  //
+  // Readers that hand out references come in two forms: on a temporary
+  // Value they return a copy, so `for (auto& v : f().arr())` stays valid
+  // after the temporary is gone.
+  const std::string& str() const&;
+  std::string str() && { return str(); }
+  const velmar::Data& dataValue() const&;
+  velmar::Data dataValue() && { return dataValue(); }
   velmar::Date dateValue() const;
 
   // Container readers; an empty container for a value of another kind.
-  const velmar::Array& arr() const;
-  const SetStorage& setItems() const;
-  const velmar::Dict& dict() const;
+  const velmar::Array& arr() const&;
+  velmar::Array arr() && { return arr(); }
+  const SetStorage& setItems() const&;
+  SetStorage setItems() && { return setItems(); }
+  const velmar::Dict& dict() const&;
+  velmar::Dict dict() &&;
 
   // Container writers. They turn a null value into an empty container of
   // the kind asked for and detach shared storage. Asking for the wrong kind
@@ -207,6 +216,8 @@ class Dict {
   // linear scan to cost more than the map.
   std::unordered_map<std::string, size_t, Hash, Eq> index_;
 };
+
+inline Dict Value::dict() && { return dict(); }
 
 }  // namespace velmar
 
