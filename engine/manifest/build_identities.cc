@@ -17,8 +17,9 @@ namespace {
 // The reference keys: a variant names the variant it is built on here.
 const char* const kReferenceKeys[] = {"MacOSVariant"};
 
-// Direct entries of a folder, without "." and "..", in the order the file
-// system gives them. Null when the folder cannot be listed.
+// Direct entries of a folder, without "." and "..", sorted by name so that
+// every file system lists a bundle the same way and logs stay stable. Null
+// when the folder cannot be listed.
 Value listDirectory(const std::string& path) {
   DIR* dir = opendir(path.c_str());
   if (!dir) return Value();
@@ -29,6 +30,7 @@ Value listDirectory(const std::string& path) {
     names.append(name);
   }
   closedir(dir);
+  std::sort(names.arrMut().begin(), names.arrMut().end(), Value::Less());
   return names;
 }
 

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/property_list.h"
 #include "engine/value.h"
 
 namespace velmar {
@@ -30,15 +31,25 @@ class SupportHost {
   virtual const Value& supportProductsTable() const = 0;
 
   // Bundle-relative paths under `folder` ("" is the bundle root): direct
-  // entries when !deep, everything below when deep.
+  // entries when !deep, everything below when deep. The legacy engine's
+  // listing also begins with the folder itself; the steps allow for both.
   virtual std::vector<std::string> listFolder(const std::string& folder, bool deep) = 0;
   // Whether the bundle's complete listing holds `path` (legacy checks only).
   virtual bool bundleListingContains(const std::string& path) = 0;
+  // The property list at a bundle path, or null when it cannot be loaded.
+  // The legacy engine reads through its own reader, which notes failures in
+  // verbose mode.
+  virtual Value readBundlePropertyList(const std::string& path) {
+    auto list = PropertyList::propertyListLoadWithPath(supportBundleRoot() + "/" + path);
+    return list ? list->entries() : Value();
+  }
 
   // Keeps the paths, in order. The legacy engine keeps one partial list per
   // call, so an empty call still records an empty list there.
   virtual void keepPaths(const std::vector<std::string>& paths) = 0;
-  // Removes paths from what has been kept (the manifest engine's invisibles scrub).
+  // Removes paths from what has been kept. The legacy engine answers and
+  // edits its merged keep list here, so its invisibles scrub runs after the
+  // merge.
   virtual void unkeepPaths(const std::vector<std::string>& paths) = 0;
   virtual std::vector<std::string> keptPaths() const = 0;
   // Records new contents for a bundle path.

@@ -1,0 +1,38 @@
+#include "engine/support/invisibles.h"
+
+#include <string>
+#include <vector>
+
+#include "engine/collection_extras.h"
+#include "engine/log_object.h"
+#include "engine/support/bundle_files.h"
+
+namespace velmar {
+
+bool isInvisiblePath(std::string_view path) {
+  static const char* const kPrefixes[] = {".BC_"};
+  static const char* const kNames[] = {".DS_Store", ".svn", "CVS", ".fseventsd", ".Trashes"};
+  const std::string_view name = lastPathComponent(path);
+  for (const char* prefix : kPrefixes)
+    if (hasPrefix(name, prefix, Compare::CaseInsensitive)) return true;
+  const std::string folded = lower(name);
+  for (const char* invisible : kNames)
+    if (folded == lower(invisible)) return true;
+  return false;
+}
+
+int32_t stripInvisibles(SupportHost& host, const Value& entry) {
+  Value scrub = Value::makeSet();
+  for (const std::string& path : host.keptPaths()) {
+    if (!isInvisiblePath(path)) continue;
+    scrub.insert(Value(path));
+    if (host.legacyMessages())
+      for (const std::string& below : host.listFolder(path, true)) scrub.insert(Value(below));
+  }
+  if (scrub.count() == 0) return 0;
+  LogObject::sharedLogger().Log("--- invisibles scrub %d items.", scrub.count());
+  host.unkeepPaths(scrub.strings());
+  return 0;
+}
+
+}  // namespace velmar

@@ -1,0 +1,25 @@
+// Housekeeping files that file managers and version control leave behind
+// (.DS_Store, .svn, CVS, ...) never belong in a stripped bundle.
+
+#ifndef VELMAR_ENGINE_SUPPORT_INVISIBLES_H_
+#define VELMAR_ENGINE_SUPPORT_INVISIBLES_H_
+
+#include <cstdint>
+#include <string_view>
+
+#include "engine/support/support_host.h"
+#include "engine/value.h"
+
+namespace velmar {
+
+// Whether the last component of `path` is a housekeeping name, ignoring case.
+bool isInvisiblePath(std::string_view path);
+
+// Takes the housekeeping paths out of what has been kept. The manifest
+// engine drops only the matching path; the legacy engine, working on its
+// merged list, drops everything under it too. Answers 0.
+int32_t stripInvisibles(SupportHost& host, const Value& entry);
+
+}  // namespace velmar
+
+#endif  // VELMAR_ENGINE_SUPPORT_INVISIBLES_H_
