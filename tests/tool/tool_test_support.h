@@ -1,0 +1,129 @@
+// Helpers shared by the velmarbs tests: small files on disk, listings, and
+// running the built tool as a child process.
+
+#ifndef VELMAR_TESTS_TOOL_TOOL_TEST_SUPPORT_H_
+#define VELMAR_TESTS_TOOL_TOOL_TEST_SUPPORT_H_
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "engine/plist_io.h"
+#include "engine/value.h"
+
+namespace velmar::tool::testing {
+
+namespace fs = std::filesystem;
+
+inline void writeText(const std::string& path, const std::string& text) {
+  fs::create_directories(fs::path(path).parent_path());
+  std::ofstream(path, std::ios::binary) << text;
+}
+
+inline std::string readText(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+inline bool existsNoFollow(const std::string& path) {
+  struct stat st;
+  return ::lstat(path.c_str(), &st) == 0;
+}
+
+inline std::string linkText(const std::string& path) {
+  std::error_code ec;
+  return fs::read_symlink(path, ec).string();
+}
+
+// Every path below `root`, relative to it; links are listed, not entered.
+inline std::set<std::string> listTree(const std::string& root) {
+  std::set<std::string> out;
+  std::error_code ec;
+  for (auto it = fs::recursive_directory_iterator(root, ec);
+       !ec && it != fs::recursive_directory_iterator(); it.increment(ec))
+    out.insert(it->path().lexically_relative(root).string());
+  return out;
+}
+
+// Names directly in `folder` that begin with `prefix` (staging leftovers).
+inline std::vector<std::string> namesStartingWith(const std::string& folder,
+                                                  const std::string& prefix) {
+  std::vector<std::string> out;
+  for (const auto& entry : fs::directory_iterator(folder)) {
+    std::string name = entry.path().filename().string();
+    if (name.rfind(prefix, 0) == 0) out.push_back(name);
+  }
+  return out;
+}
+
+struct ToolRun {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+inline std::string velmarbsPath() { return VELMAR_BINARY_DIR "/tool/velmarbs"; }
+
+// Runs velmarbs with `args`, standard input the null device, capturing both
+// output streams through files in `scratch` (so neither pipe can fill up).
+// A non-empty `path` replaces PATH for the child.
+inline ToolRun runVelmarbs(const std::vector<std::string>& args, const std::string& scratch,
+                           const std::string& path = "") {
+  const std::string outPath = scratch + "/.stdout", errPath = scratch + "/.stderr";
+  ToolRun run;
+  pid_t pid = ::fork();
+  if (pid == 0) {
+    int in = ::open("/dev/null", O_RDONLY);
+    int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    int err = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    if (in < 0 || out < 0 || err < 0) ::_exit(127);
+    if (!path.empty()) ::setenv("PATH", path.c_str(), 1);
+    ::dup2(in, 0);
+    ::dup2(out, 1);
+    ::dup2(err, 2);
+    std::vector<char*> argv;
+    std::string program = velmarbsPath();
+    argv.push_back(program.data());
+    for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
+    argv.push_back(nullptr);
+    ::execv(program.c_str(), argv.data());
+    ::_exit(127);
+  }
+  int wstatus = 0;
+  ::waitpid(pid, &wstatus, 0);
+  run.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;
+  run.out = readText(outPath);
+  run.err = readText(errPath);
+  ::unlink(outPath.c_str());
+  ::unlink(errPath.c_str());
+  return run;
+}
+
+// The property lists in a tool's standard output, cut out the way the
+// desktop application cuts them: from each "<?xml " through "</plist>".
+inline std::vector<Value> propertyListsIn(const std::string& text) {
+  std::vector<Value> lists;
+  for (size_t start = text.find("<?xml "); start != std::string::npos;
+       start = text.find("<?xml ", start)) {
+    size_t end = text.find("</plist>", start);
+    if (end == std::string::npos) break;
+    end += std::string("</plist>").size();
+    lists.push_back(parsePropertyList(text.substr(start, end - start)));
+    start = end;
+  }
+  return lists;
+}
+
+}  // namespace velmar::tool::testing
+
+#endif  // VELMAR_TESTS_TOOL_TOOL_TEST_SUPPORT_H_

@@ -1,0 +1,41 @@
+// Which engine class serves a bundle.
+//
+// The tool talks to an engine class through this small record, so queries
+// and runs read the class operations (knownProducts, knownFactoryVariants)
+// of the same class that strips.
+
+#ifndef VELMAR_TOOL_ENGINE_CHOICE_H_
+#define VELMAR_TOOL_ENGINE_CHOICE_H_
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/stripper.h"
+#include "engine/value.h"
+#include "tool/command_line.h"
+
+namespace velmar::tool {
+
+struct EngineClass {
+  const char* name;
+  std::vector<std::string> (*knownProducts)();
+  std::vector<std::string> (*knownFactoryVariants)();
+  std::unique_ptr<Stripper> (*create)(const std::string& path, const Value& products,
+                                      const Value& factoryVariants, const Value& options);
+};
+
+struct EngineChoice {
+  const EngineClass* engineClass = nullptr;
+  // When there is no class: the "XXX ERROR: ..." line to log.
+  std::string error;
+};
+
+// `bundle` is the bundle folder, or nothing for a query without --source
+// (auto then means the manifest engine's class).
+EngineChoice chooseEngine(EngineKind kind, const std::optional<std::string>& bundle);
+
+}  // namespace velmar::tool
+
+#endif  // VELMAR_TOOL_ENGINE_CHOICE_H_

@@ -1,0 +1,35 @@
+// The bundle named by --source: a folder as it is, or a .dmg image unpacked
+// into a private temporary folder for as long as this object lives.
+
+#ifndef VELMAR_TOOL_SOURCE_BUNDLE_H_
+#define VELMAR_TOOL_SOURCE_BUNDLE_H_
+
+#include <string>
+
+namespace velmar::tool {
+
+class SourceBundle {
+ public:
+  SourceBundle() = default;
+  ~SourceBundle();
+  SourceBundle(const SourceBundle&) = delete;
+  SourceBundle& operator=(const SourceBundle&) = delete;
+
+  // Checks that `path` exists and, for an image, unpacks it. Logs and
+  // answers kExitIO on failure, kExitSuccess otherwise.
+  int open(const std::string& path);
+
+  // The bundle folder the engine reads.
+  const std::string& folder() const { return folder_; }
+  bool fromImage() const { return !unpackFolder_.empty(); }
+
+ private:
+  int unpack(const std::string& image);
+
+  std::string folder_;
+  std::string unpackFolder_;
+};
+
+}  // namespace velmar::tool
+
+#endif  // VELMAR_TOOL_SOURCE_BUNDLE_H_

@@ -1,0 +1,138 @@
+#include "tool/staging_area.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <vector>
+
+#include "engine/log_object.h"
+#include "tool/safe_path.h"
+#include "tool/unique_fd.h"
+
+namespace velmar::tool {
+
+namespace {
+
+void logError(const std::string& what, int err) {
+  LogObject::sharedLogger().Log("XXX ERROR: %s: %s.", what, strerror(err));
+}
+
+std::string folderOf(const std::string& path) {
+  std::string p = path;
+  while (p.size() > 1 && p.back() == '/') p.pop_back();
+  if (p.find('/') == std::string::npos) return ".";
+  std::string folder = parentPath(p);
+  return folder.empty() ? "/" : folder;
+}
+
+std::string nameOf(const std::string& path) {
+  std::string p = path;
+  while (p.size() > 1 && p.back() == '/') p.pop_back();
+  return lastComponent(p);
+}
+
+bool exists(const std::string& path) {
+  struct stat st;
+  return ::lstat(path.c_str(), &st) == 0;
+}
+
+}  // namespace
+
+int removeTree(int dirFd, const std::string& name) {
+  struct stat st;
+  if (::fstatat(dirFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+    return errno == ENOENT ? 0 : errno;
+  if (!S_ISDIR(st.st_mode)) return ::unlinkat(dirFd, name.c_str(), 0) == 0 ? 0 : errno;
+
+  // A folder copied read-only from a bundle must be writable to be emptied.
+  if ((st.st_mode & 0700) != 0700) ::fchmodat(dirFd, name.c_str(), 0700, 0);
+  UniqueFd folder(::openat(dirFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!folder.valid()) return errno;
+  int listFd = ::dup(folder.get());
+  DIR* dir = listFd >= 0 ? ::fdopendir(listFd) : nullptr;
+  if (!dir) {
+    int err = errno;
+    if (listFd >= 0) ::close(listFd);
+    return err;
+  }
+  std::vector<std::string> names;
+  while (struct dirent* entry = ::readdir(dir)) {
+    std::string child = entry->d_name;
+    if (child != "." && child != "..") names.push_back(std::move(child));
+  }
+  ::closedir(dir);
+  int firstError = 0;
+  for (const std::string& child : names) {
+    int err = removeTree(folder.get(), child);
+    if (err && !firstError) firstError = err;
+  }
+  if (::unlinkat(dirFd, name.c_str(), AT_REMOVEDIR) != 0 && !firstError) firstError = errno;
+  return firstError;
+}
+
+int removePath(const std::string& path) {
+  UniqueFd folder(::open(folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!folder.valid()) return errno;
+  return removeTree(folder.get(), nameOf(path));
+}
+
+std::unique_ptr<StagingArea> StagingArea::create(const std::string& target) {
+  std::string folder = folderOf(target);
+  std::string templ = (folder == "/" ? "" : folder) + "/." + nameOf(target) + ".velmarbs-XXXXXX";
+  if (!::mkdtemp(templ.data())) {
+    logError("cannot create a working folder beside \"" + target + "\"", errno);
+    return nullptr;
+  }
+  return std::unique_ptr<StagingArea>(new StagingArea(target, templ));
+}
+
+StagingArea::~StagingArea() {
+  if (int err = removePath(path_))
+    LogObject::sharedLogger().Log("!!! WARNING: cannot remove the working folder \"%s\": %s.",
+                                  path_, strerror(err));
+}
+
+bool StagingArea::commit(const std::string& name, bool overwrite) {
+  const std::string staged = pathOf(name);
+  if (::renameat2(AT_FDCWD, staged.c_str(), AT_FDCWD, target_.c_str(), RENAME_NOREPLACE) == 0)
+    return true;
+  int err = errno;
+  if (err == EINVAL && !exists(target_)) {
+    // A file system without RENAME_NOREPLACE; the target was just seen absent.
+    if (::rename(staged.c_str(), target_.c_str()) == 0) return true;
+    err = errno;
+  }
+  if (err != EEXIST && err != EINVAL) {
+    logError("cannot move the new bundle to \"" + target_ + "\"", err);
+    return false;
+  }
+  if (!overwrite) {
+    logError("cannot write \"" + target_ + "\"", EEXIST);
+    return false;
+  }
+  // Swap the new result in; the old target takes its place in the staging
+  // folder and goes with it.
+  if (::renameat2(AT_FDCWD, staged.c_str(), AT_FDCWD, target_.c_str(), RENAME_EXCHANGE) == 0)
+    return true;
+  // Without an atomic swap: move the old target aside first, and back again
+  // should the new one not follow.
+  const std::string aside = pathOf(name + ".replaced");
+  if (::rename(target_.c_str(), aside.c_str()) != 0) {
+    logError("cannot move the existing \"" + target_ + "\" aside", errno);
+    return false;
+  }
+  if (::rename(staged.c_str(), target_.c_str()) != 0) {
+    logError("cannot move the new bundle to \"" + target_ + "\"", errno);
+    ::rename(aside.c_str(), target_.c_str());
+    return false;
+  }
+  return true;
+}
+
+}  // namespace velmar::tool

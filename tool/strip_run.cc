@@ -1,0 +1,114 @@
+#include "tool/strip_run.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <memory>
+
+#include "engine/log_object.h"
+#include "tool/disk_image.h"
+#include "tool/engine_choice.h"
+#include "tool/exit_status.h"
+#include "tool/queries.h"
+#include "tool/safe_path.h"
+#include "tool/source_bundle.h"
+
+namespace velmar::tool {
+
+namespace {
+
+// An engine status as an exit status: one that the 8 bits of an exit status
+// would turn into success, or a negative one, reads as 1.
+int exitStatusFor(int32_t engineStatus) {
+  return engineStatus > 0 && engineStatus < 256 ? engineStatus : 1;
+}
+
+}  // namespace
+
+int checkTarget(const ToolRequest& request, TargetOptions& target) {
+  LogObject& log = LogObject::sharedLogger();
+  const std::string& path = *request.target;
+  if (request.encrypt) {
+    log.Log(
+        "XXX ERROR: --encrypt: velmarbs cannot make an encrypted target on this system; "
+        "leave out --encrypt.");
+    return kExitUsage;
+  }
+  struct stat st;
+  if (::lstat(path.c_str(), &st) == 0 && !request.overwrite) {
+    log.Log("XXX ERROR: the target \"%s\" exists; give --ov to replace it.", path);
+    return kExitUsage;
+  }
+  std::optional<std::string> targetPath = canonicalEntryPath(path);
+  if (!targetPath) {
+    log.Log("XXX ERROR: cannot write the target \"%s\": its folder does not exist.", path);
+    return kExitIO;
+  }
+  std::optional<std::string> sourcePath = canonicalPath(*request.source);
+  if (sourcePath && pathsOverlap(*sourcePath, *targetPath)) {
+    log.Log(
+        "XXX ERROR: the target \"%s\" and the source \"%s\" overlap; "
+        "the stripped bundle must go outside the source and the other way round.",
+        path, *request.source);
+    return kExitUsage;
+  }
+  target.path = path;
+  target.overwrite = request.overwrite;
+  if (isDiskImagePath(path)) {
+    std::optional<std::string> xorriso = findXorriso();
+    if (!xorriso) {
+      log.Log(
+          "XXX ERROR: cannot make the disk image \"%s\": xorriso is not on PATH; "
+          "install the xorriso package or give a folder as the target.",
+          path);
+      return kExitUsage;
+    }
+    target.imageTool = *xorriso;
+  }
+  return kExitSuccess;
+}
+
+int runStrip(const ToolRequest& request) {
+  LogObject& log = LogObject::sharedLogger();
+  TargetOptions target;
+  if (request.target)
+    if (int status = checkTarget(request, target)) return status;
+
+  SourceBundle source;
+  if (int status = source.open(*request.source)) return status;
+  EngineChoice choice = chooseEngine(request.engine, source.folder());
+  if (!choice.engineClass) {
+    log.Log(choice.error);
+    return kExitUsage;
+  }
+  std::unique_ptr<Stripper> engine = choice.engineClass->create(
+      source.folder(), request.products, request.factoryVariants, request.options);
+  engine->setVerbose(request.verbose);
+
+  int32_t status = engine->strip();
+  if (status != 0) return exitStatusFor(status);
+
+  Value strippedManifest = engine->strippedManifest();
+  Value modifiedFiles = engine->modifiedFiles();
+  if (strippedManifest.isNull()) strippedManifest = Value::makeArray();
+  if (modifiedFiles.isNull()) modifiedFiles = Value::makeDict();
+
+  if (request.target) {
+    BundleWriterOptions options;
+    options.noSymLinks = request.noSymLinks;
+    options.showProgress = ::isatty(2);
+    if (int written =
+            writeStrippedBundle(source.folder(), target, options, strippedManifest, modifiedFiles))
+      return written;
+    log.Log(">>> stripped bundle written to \"%s\".", target.path);
+  }
+  if (request.printResults) {
+    Value results = Value::makeDict();
+    results.set("strippedManifest", strippedManifest);
+    results.set("modifiedFiles", modifiedFiles);
+    printReply(results);
+  }
+  return kExitSuccess;
+}
+
+}  // namespace velmar::tool
