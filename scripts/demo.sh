@@ -12,4 +12,4 @@ mkdir -p "$build/demo"
   --product r13 --factory ss --ov
 echo
 echo "Stripped bundle written to $out:"
-(cd "$out" && find . | sort)
+(cd "$out" && find . -mindepth 1 \( -type l -printf '  %P -> %l\n' \) -o -printf '  %P\n' | sort)
