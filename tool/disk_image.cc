@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <ftw.h>
 #include <spawn.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -177,6 +178,34 @@ bool unpackImage(const std::string& sevenZip, const std::string& image, const st
   ProgramRun run = runProgram(sevenZip, {"x", "-y", "-bd", "-o" + into, "--", pathArgument(image)});
   if (run.started && run.status == 0) return true;
   logProgramFailure("cannot unpack \"" + image + "\"", sevenZip, run);
+  return false;
+}
+
+bool isIsoImage(const std::string& path) {
+  // The primary volume descriptor's signature sits at byte 32769.
+  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  char magic[5] = {};
+  ssize_t n = ::pread(fd, magic, sizeof magic, 32769);
+  ::close(fd);
+  return n == static_cast<ssize_t>(sizeof magic) && std::string_view(magic, sizeof magic) == "CD001";
+}
+
+namespace {
+
+int makeOwnerWritable(const char* path, const struct stat* st, int type, struct FTW*) {
+  if (type == FTW_D || type == FTW_DP) ::chmod(path, (st->st_mode & 07777) | S_IRWXU);
+  return 0;
+}
+
+}  // namespace
+
+bool unpackIsoImage(const std::string& xorriso, const std::string& image, const std::string& into) {
+  ProgramRun run = runProgram(xorriso, {"-osirrox", "on", "-indev", pathArgument(image), "-extract",
+                                        "/", pathArgument(into)});
+  ::nftw(into.c_str(), makeOwnerWritable, 16, FTW_PHYS);
+  if (run.started && run.status == 0) return true;
+  logProgramFailure("cannot unpack \"" + image + "\"", xorriso, run);
   return false;
 }
 

@@ -34,6 +34,13 @@ ProgramRun runProgram(const std::string& program, const std::vector<std::string>
 // failure.
 bool unpackImage(const std::string& sevenZip, const std::string& image, const std::string& into);
 
+// Whether `path` is an ISO 9660 image, as the .dmg targets this tool makes are.
+bool isIsoImage(const std::string& path);
+// Unpacks an ISO 9660 image with its Rock Ridge names, modes and links
+// (7-Zip reads only the Joliet tree, which has no links), and leaves every
+// folder writable by its owner so the unpacked copy can be removed again.
+bool unpackIsoImage(const std::string& xorriso, const std::string& image, const std::string& into);
+
 // The folder at or below `folder` (a few levels deep) that holds
 // "Restore/"; links are not followed.
 std::optional<std::string> findBundleFolder(const std::string& folder);

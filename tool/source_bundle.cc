@@ -34,8 +34,10 @@ int SourceBundle::open(const std::string& path) {
 
 int SourceBundle::unpack(const std::string& image) {
   LogObject& log = LogObject::sharedLogger();
+  // Images this tool made are ISO 9660; xorriso reads their links back.
+  std::optional<std::string> xorriso = isIsoImage(image) ? findXorriso() : std::nullopt;
   std::optional<std::string> sevenZip = findSevenZip();
-  if (!sevenZip) {
+  if (!xorriso && !sevenZip) {
     log.Log("XXX ERROR: cannot unpack \"%s\": 7-Zip (7z) is not on PATH; install the 7zip package.",
             image);
     return kExitIO;
@@ -48,7 +50,9 @@ int SourceBundle::unpack(const std::string& image) {
     return kExitIO;
   }
   unpackFolder_ = templ;
-  if (!unpackImage(*sevenZip, image, unpackFolder_)) return kExitIO;
+  bool unpacked = xorriso ? unpackIsoImage(*xorriso, image, unpackFolder_)
+                          : unpackImage(*sevenZip, image, unpackFolder_);
+  if (!unpacked) return kExitIO;
   std::optional<std::string> bundle = findBundleFolder(unpackFolder_);
   if (!bundle) {
     log.Log("XXX ERROR: the disk image \"%s\" holds no bundle folder with Restore/.", image);

@@ -223,6 +223,12 @@ TEST_F(VelmarbsTest, DiskImagesInAndOut) {
   ASSERT_EQ(r.status, 0) << r.out;
   EXPECT_EQ(readText(imageTarget).substr(32769, 5), "CD001");
   EXPECT_TRUE(namesStartingWith(scratch_.path(), ".Stripped.dmg.velmarbs-").empty());
+
+  // An image this tool made reads back with its links.
+  const std::string fromImage = scratch_ / "FromImage";
+  r = run({"--source", imageTarget, "--target", fromImage, "--product", "r13", "--factory", "swdl"});
+  ASSERT_EQ(r.status, 0) << r.out;
+  EXPECT_TRUE(std::filesystem::is_symlink(fromImage + "/RestoreTools.dmg"));
 }
 
 TEST_F(VelmarbsTest, MissingImageProgramsAreClearErrors) {
