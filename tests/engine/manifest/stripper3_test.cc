@@ -236,6 +236,49 @@ TEST_F(Stripper3Test, EmptyRequestCoversEveryProductWithTheFirstProductsStations
   EXPECT_FALSE(unpersonalized.contains("workVariant"));
 }
 
+// ---- whole strips ----------------------------------------------------------------
+
+TEST_F(Stripper3Test, StripOfTheSampleForR13AtShippingSettings) {
+  auto engine = engineFor(synth::sampleBundle(), strings({"r13"}), strings({"ss"}));
+  ASSERT_EQ(engine->strip(), 0) << log();
+  EXPECT_EQ(engine->strippedManifest().strings(),
+            (std::vector<std::string>{
+                "038-9003-001.dmg", "FactoryDiskImage.dmg", "FactoryDiskImage.dmg.signature",
+                "Restore", "Restore/018-2120-001.dmg", "Restore/038-1300-001.dmg", "Restore/Diags",
+                "Restore/Diags/diag-r13.img", "Restore/Firmware", "Restore/Firmware/all_flash",
+                "Restore/Firmware/all_flash/all_flash.r13ap.production",
+                "Restore/Firmware/all_flash/all_flash.r13ap.production/bootloader.r13ap.img",
+                "Restore/Firmware/all_flash/all_flash.r13ap.production/manifest",
+                "Restore/Firmware/BBX2_3.04.25.Release.bbfw", "Restore/Firmware/dfu",
+                "Restore/Firmware/dfu/stage1.r13ap.RELEASE.dfu", "Restore/kernelcache.release.xr2120x",
+                "RestoreTools.dmg"}));
+  Value modified = engine->modifiedFiles();
+  EXPECT_EQ(sorted(modified.dict().keys()),
+            (std::vector<std::string>{"Restore/BuildManifest.plist", "Restore/C2RestoreRamDisk.dmg",
+                                      "Restore/Firmware/device_map.plist", "Restore/Firmware/device_map.txt",
+                                      "Restore/Firmware/platform_keys.plist",
+                                      "Restore/Firmware/target_map.txt", "Restore/R13UserOS.dmg",
+                                      "Restore/Restore.plist", "Restore/kernelcache.release.r13",
+                                      "VelmarBSCookie.plist"}));
+  EXPECT_EQ(modified.get("Restore/R13UserOS.dmg"), Value::makeData("038-1300-001.dmg"));
+  EXPECT_EQ(modified.get("Restore/BuildManifest.plist").get("BuildIdentities").count(), 1u);
+  EXPECT_TRUE(logged(">>> ==========  6/ 6 Leaving cookie for Santa =========="));
+}
+
+TEST_F(Stripper3Test, MissingIdentityStopsTheListAfterItsBanner) {
+  // The macOS station is built on the software-download identity, which is gone.
+  BundleDescription d = synth::sampleBundle();
+  std::erase_if(d.identities, [](const synth::BuildIdentity& id) {
+    return id.deviceClass == "r13ap" && id.variant == "Factory - Software Download";
+  });
+  auto engine = engineFor(d, strings({"r13"}), strings({"mac-swdl"}));
+  EXPECT_EQ(engine->strip(), 1);
+  EXPECT_TRUE(logged(">>> ==========  1/ 6 Strip Restore and BuildManifest.plist for r13 mac-swdl. =========="));
+  EXPECT_TRUE(logged("XXX ERROR: BuildIdentity r13ap (Factory - Software Download) not found."));
+  EXPECT_EQ(log().find(" 2/ 6"), std::string::npos);
+  EXPECT_EQ(engine->modifiedFiles().count(), 0u);
+}
+
 // ---- identity index and services -----------------------------------------------
 
 TEST_F(Stripper3Test, IdentityIndexIsBuiltOnTheFirstLoadAndKeepsDuplicates) {
