@@ -1,0 +1,61 @@
+// The questions the front end asks the tool about the known names and about
+// a chosen bundle, and the scan that asks them all in turn. Each takes the
+// query as a function (ToolQuery::queryStripperWithArguments in the
+// application) so a scan can run on a worker thread and be tested without
+// the tool. A failed query (null) reads as an empty reply.
+
+#ifndef VELMAR_APP_BUNDLE_SCAN_H_
+#define VELMAR_APP_BUNDLE_SCAN_H_
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "app/selection.h"
+#include "app/tool_arguments.h"
+#include "app/user_defaults.h"
+#include "engine/value.h"
+
+namespace velmar::app {
+
+// Runs the tool with the arguments; the replies as an array Value, or null.
+using QueryFunction = std::function<Value(const Arguments&)>;
+
+// The tool's known products, or a bundle's when `sourcePath` is not empty;
+// sorted, empty when there is no array reply (setupProducts).
+NameList queryKnownProducts(const QueryFunction& query, const std::string& sourcePath);
+
+// The tool's known factory variants, sorted (setupVariants).
+NameList queryKnownVariants(const QueryFunction& query);
+
+// The bundle's valid products, or nothing when no reply holds
+// `validProducts` (the previous list then stands).
+std::optional<NameList> queryValidProducts(const QueryFunction& query, const std::string& sourcePath,
+                                           bool keepDevFirmware, bool keepAPFirmware);
+
+// One valid-variants query per product, in order; a product without a
+// `validVariants` reply gets no entry.
+VariantsByProduct queryValidVariants(const QueryFunction& query, const NameList& products,
+                                     const std::string& sourcePath, bool keepDevFirmware,
+                                     bool keepAPFirmware);
+
+struct ScanResult {
+  NameList knownProducts;
+  NameList validProducts;  // the new list, or the previous one when there was no reply
+  VariantsByProduct validVariantsForEachProduct;
+};
+
+// The whole scan of lastSourceSelected (scanBundleThread): known products of
+// the bundle, valid products, valid variants of each valid product.
+// `previousValidProducts` stands when the bundle gives no valid-products
+// reply, and its products are then the ones asked about.
+ScanResult scanBundle(const UserDefaults& defaults, const NameList& previousValidProducts,
+                      const QueryFunction& query);
+
+// Puts a scan's lists into the model and applies the selection rule, as the
+// main thread does when the scan hands over.
+void applyScan(SelectionModel& model, ScanResult result);
+
+}  // namespace velmar::app
+
+#endif  // VELMAR_APP_BUNDLE_SCAN_H_

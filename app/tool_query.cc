@@ -1,0 +1,46 @@
+#include "app/tool_query.h"
+
+#include <cstring>
+
+#include "app/tool_output.h"
+#include "engine/format.h"
+
+namespace velmar::app {
+
+ToolQuery::ToolQuery(std::string toolPath, TextSink log, TextSink systemLog)
+    : toolPath_(std::move(toolPath)), log_(std::move(log)), systemLog_(std::move(systemLog)) {}
+
+void ToolQuery::report(const std::string& text) const {
+  if (log_) log_(text);
+  if (systemLog_) systemLog_(text);
+}
+
+Value ToolQuery::queryStripperWithArguments(const std::vector<std::string>& arguments) const {
+  std::string standardOutput, standardError;
+  int status = RunTask(toolPath_, arguments, std::string(), &standardOutput, &standardError,
+                       verbose_, echo_);
+  if (status != 0) {
+    // The exit status is reported as if it were an error number; users and
+    // scripts have learnt to read these lines as they are.
+    std::string texts[] = {
+        format("ERROR: unable to launch velmarbs tool at %s - (%d - %s)\n", toolPath_, status,
+               std::strerror(status)),
+        format("path: %@\narguments: %@", toolPath_, Value::stringArray(arguments)),
+        format("stdout: %@\nstderr: %@", standardOutput, standardError),
+    };
+    if (log_) {
+      for (const auto& text : texts) log_(text);
+    }
+    if (systemLog_) {
+      for (const auto& text : texts) systemLog_(text);
+    }
+    return Value();
+  }
+  std::string error;
+  Value lists = PropertyListsFromOutput(standardOutput, &error);
+  if (error.empty()) return lists;
+  report(format("ERROR: velmarbs query failed - cannot decipher output - %s.\n", error));
+  return Value();
+}
+
+}  // namespace velmar::app
