@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include "engine/log_object.h"
 #include "engine/manifest/stripper3.h"
 
 namespace velmar::tool {
@@ -40,6 +41,20 @@ EngineChoice chooseEngine(EngineKind kind, const std::optional<std::string>& bun
               ? "XXX ERROR: the legacy engine (Stripper2) is not available in this velmarbs."
               : "XXX ERROR: the bundle has no Restore/BuildManifest.plist and the legacy engine "
                 "(Stripper2) it needs is not available in this velmarbs."};
+}
+
+std::unique_ptr<Stripper> createEngine(const ToolRequest& request, const std::string& bundleFolder,
+                                       const EngineClass** chosen) {
+  EngineChoice choice = chooseEngine(request.engine, bundleFolder);
+  if (!choice.engineClass) {
+    LogObject::sharedLogger().Log(choice.error);
+    return nullptr;
+  }
+  if (chosen) *chosen = choice.engineClass;
+  std::unique_ptr<Stripper> engine = choice.engineClass->create(
+      bundleFolder, request.products, request.factoryVariants, request.options);
+  engine->setVerbose(request.verbose);
+  return engine;
 }
 
 }  // namespace velmar::tool

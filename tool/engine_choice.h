@@ -36,6 +36,13 @@ struct EngineChoice {
 // (auto then means the manifest engine's class).
 EngineChoice chooseEngine(EngineKind kind, const std::optional<std::string>& bundle);
 
+// The engine a strip of the bundle folder uses for this request, created
+// (which analyses the bundle) and set verbose as asked. Logs the choice's
+// error and answers nullptr when no engine class serves the bundle. The
+// class chosen goes to `*chosen` when given.
+std::unique_ptr<Stripper> createEngine(const ToolRequest& request, const std::string& bundleFolder,
+                                       const EngineClass** chosen = nullptr);
+
 }  // namespace velmar::tool
 
 #endif  // VELMAR_TOOL_ENGINE_CHOICE_H_

@@ -46,20 +46,15 @@ int runQuery(const ToolRequest& request) {
 
   SourceBundle source;
   if (int status = source.open(*request.source)) return status;
-  EngineChoice choice = chooseEngine(request.engine, source.folder());
-  if (!choice.engineClass) {
-    log.Log(choice.error);
-    return kExitUsage;
-  }
-  // The engine a strip of this bundle would use; creating it analyses the
-  // bundle, which narrows the class's products table to it.
-  std::unique_ptr<Stripper> engine = choice.engineClass->create(
-      source.folder(), request.products, request.factoryVariants, request.options);
-  engine->setVerbose(request.verbose);
+  // Creating the engine a strip would use analyses the bundle, which
+  // narrows the class's products table to it.
+  const EngineClass* engineClass = nullptr;
+  std::unique_ptr<Stripper> engine = createEngine(request, source.folder(), &engineClass);
+  if (!engine) return kExitUsage;
 
   switch (request.command) {
     case Command::KnownProducts:
-      printReply(Value::stringArray(choice.engineClass->knownProducts()));
+      printReply(Value::stringArray(engineClass->knownProducts()));
       break;
     case Command::ValidProducts: {
       Value reply = Value::makeDict();

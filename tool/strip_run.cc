@@ -76,14 +76,8 @@ int runStrip(const ToolRequest& request) {
 
   SourceBundle source;
   if (int status = source.open(*request.source)) return status;
-  EngineChoice choice = chooseEngine(request.engine, source.folder());
-  if (!choice.engineClass) {
-    log.Log(choice.error);
-    return kExitUsage;
-  }
-  std::unique_ptr<Stripper> engine = choice.engineClass->create(
-      source.folder(), request.products, request.factoryVariants, request.options);
-  engine->setVerbose(request.verbose);
+  std::unique_ptr<Stripper> engine = createEngine(request, source.folder());
+  if (!engine) return kExitUsage;
 
   int32_t status = engine->strip();
   if (status != 0) return exitStatusFor(status);
