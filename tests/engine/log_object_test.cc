@@ -5,133 +5,70 @@
 #include <cstdio>
 #include <string>
 
+#include "tests/engine/test_support.h"
+
 namespace velmar {
 namespace {
 
-// Captures what the shared logger prints into two memory streams.
-class LogCapture {
- public:
-  LogCapture() {
-    out_ = open_memstream(&outBuf_, &outLen_);
-    err_ = open_memstream(&errBuf_, &errLen_);
-    LogObject& log = LogObject::sharedLogger();
-    savedTTY_ = log.useTTY();
-    savedVerbose_ = log.verbose();
-    log.setStreams(out_, err_);
+// Points the shared logger at two memory streams and restores it after.
+class LogObjectTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    log.setStreams(out_.file, err_.file);
     log.setHistoricalLog("");
   }
-  ~LogCapture() {
-    LogObject& log = LogObject::sharedLogger();
+  void TearDown() override {
     log.setStreams(stdout, stderr);
     log.setUseTTY(savedTTY_);
     log.setVerbose(savedVerbose_);
-    fclose(out_);
-    fclose(err_);
-    free(outBuf_);
-    free(errBuf_);
   }
-  std::string out() {
-    fflush(out_);
-    return std::string(outBuf_, outLen_);
-  }
-  std::string err() {
-    fflush(err_);
-    return std::string(errBuf_, errLen_);
-  }
+  struct Memory {
+    char* buffer = nullptr;
+    size_t size = 0;
+    FILE* file = open_memstream(&buffer, &size);
+    ~Memory() { fclose(file), free(buffer); }
+    std::string text() { return fflush(file), std::string(buffer, size); }
+  };
 
- private:
-  FILE* out_;
-  FILE* err_;
-  char* outBuf_ = nullptr;
-  char* errBuf_ = nullptr;
-  size_t outLen_ = 0;
-  size_t errLen_ = 0;
-  bool savedTTY_;
-  bool savedVerbose_;
+  LogObject& log = LogObject::sharedLogger();
+  Memory out_, err_;
+  bool savedTTY_ = log.useTTY(), savedVerbose_ = log.verbose();
 };
 
-TEST(LogObjectTest, ClassifiesByWordsFirstMatchWins) {
-  EXPECT_EQ(classifyMessage("XXX ERROR: a WARNING too"), LogKind::Error);
-  EXPECT_EQ(classifyMessage("!!! WARNING: x"), LogKind::Warning);
-  EXPECT_EQ(classifyMessage("+++ kept NOTES.txt"), LogKind::Note);
-  EXPECT_EQ(classifyMessage("+++ error in lower case is plain"), LogKind::Plain);
-}
-
-TEST(LogObjectTest, PlainLinesPrintOnlyWhenVerboseButAlwaysEnterTheHistory) {
-  LogCapture capture;
-  LogObject& log = LogObject::sharedLogger();
+TEST_F(LogObjectTest, WordsDecideWhatPrintsWhereButEverythingEntersTheHistory) {
   log.setUseTTY(false);
   log.setVerbose(false);
   log.Log("+++ kept %@", "a");
   log.MustLog("+++ must %d", 3);
   log.Log("+++ NOTES.txt kept");  // contains NOTE: printed even when quiet
-  EXPECT_EQ(capture.out(), "+++ must 3\n+++ NOTES.txt kept\n");
-  EXPECT_EQ(log.historicalLog(), "+++ kept a\n+++ must 3\n+++ NOTES.txt kept\n");
+  log.Log("XXX ERROR: one");      // no terminal: standard output, uncoloured
+  EXPECT_EQ(log.historicalLog(), "+++ kept a\n+++ must 3\n+++ NOTES.txt kept\nXXX ERROR: one\n");
+  log.setUseTTY(true);
   log.setVerbose(true);
   log.Log("+++ now %@", "shown");
-  EXPECT_EQ(capture.out(), "+++ must 3\n+++ NOTES.txt kept\n+++ now shown\n");
-  EXPECT_EQ(capture.err(), "");
-}
-
-TEST(LogObjectTest, TerminalColoursErrorsWarningsAndNotesOnStandardError) {
-  LogCapture capture;
-  LogObject& log = LogObject::sharedLogger();
-  log.setUseTTY(true);
-  log.setVerbose(false);
   log.Log("XXX ERROR: bad WARNING");
   log.Log("!!! WARNING: careful");
   log.Log("!!! NOTE: by the way");
-  log.MustLog("+++ plain");
-  EXPECT_EQ(capture.err(),
+  EXPECT_EQ(out_.text(), "+++ must 3\n+++ NOTES.txt kept\nXXX ERROR: one\n+++ now shown\n");
+  EXPECT_EQ(err_.text(),
             "\x1b[31mXXX ERROR: bad WARNING\n\x1b[0m"
             "\x1b[33m!!! WARNING: careful\n\x1b[0m"
             "\x1b[1m!!! NOTE: by the way\n\x1b[0m");
-  EXPECT_EQ(capture.out(), "+++ plain\n");
 }
 
-TEST(LogObjectTest, WithoutTerminalErrorsGoToStandardOutputUncoloured) {
-  LogCapture capture;
-  LogObject& log = LogObject::sharedLogger();
-  log.setUseTTY(false);
-  log.Log("XXX ERROR: one");
-  EXPECT_EQ(capture.out(), "XXX ERROR: one\n");
-  EXPECT_EQ(capture.err(), "");
-}
-
-TEST(LogObjectTest, SharedLoggerIsOneInstance) {
-  EXPECT_EQ(&LogObject::sharedLogger(), &LogObject::sharedLogger());
-}
-
-TEST(DumpTest, ArraysAreNumberedAndNestedContainersIndent) {
+TEST_F(LogObjectTest, DumpsNumberArraysIndentNestingAndPrintOnlyWhenVerbose) {
   EXPECT_EQ(dumpValueToString(Value::makeArray({"a", "b"}), "\t"), "0: a\n1: b\n");
-  Value inner = Value::makeDict();
-  inner.set("x", 1);
-  Value outer = Value::makeDict();
-  outer.set("k", inner);
-  EXPECT_EQ(dumpValueToString(outer, "\t"), "k:\n\tx: 1\n");
-  // Indices restart in every nested container.
-  Value nested = Value::makeArray({Value::makeArray({"p", "q"}), "r"});
-  EXPECT_EQ(dumpValueToString(nested, "  "), "0:\n  0: p\n  1: q\n1: r\n");
-}
-
-TEST(DumpTest, DataIsUpperCaseHexSetsHaveNoLabelsScalarsStandAlone) {
-  Value d = Value::makeDict();
-  d.set("bytes", Value::makeData("\x0a\xff"));
-  d.set("set", Value::makeSet({"b", "a"}));
-  EXPECT_EQ(dumpValueToString(d, "\t"), "bytes: 0x0AFF\nset:\n\ta\n\tb\n");
-  EXPECT_EQ(dumpValueToString(Value("lone"), "\t"), "lone\n");
-  EXPECT_EQ(dumpValueToString(Value(), "\t"), "(null)\n");
-}
-
-TEST(DumpTest, PrettyPrintWritesOnlyWhenVerboseAndStaysOutOfTheHistory) {
-  LogCapture capture;
-  LogObject& log = LogObject::sharedLogger();
+  Value d = testing::dictOf({{"k", testing::dictOf({{"x", 1}})}, {"bytes", Value::makeData("\x0a\xff")},
+                             {"set", Value::makeSet({"b", "a"})},
+                             {"list", Value::makeArray({Value::makeArray({"p"}), "r"})}});
+  EXPECT_EQ(dumpValueToString(d, "\t"),
+            "k:\n\tx: 1\nbytes: 0x0AFF\nset:\n\ta\n\tb\nlist:\n\t0:\n\t\t0: p\n\t1: r\n");
   log.setVerbose(false);
   log.PrettyPrint(Value::makeArray({"a"}));
-  EXPECT_EQ(capture.out(), "");
+  EXPECT_EQ(out_.text(), "");
   log.setVerbose(true);
   log.PrettyPrint(Value::makeArray({"a"}));
-  EXPECT_EQ(capture.out(), "0: a\n");
+  EXPECT_EQ(out_.text(), "0: a\n");
   EXPECT_EQ(log.historicalLog(), "");
 }
 

@@ -2,93 +2,54 @@
 
 #include <gtest/gtest.h>
 
-#include "engine/log_object.h"
+#include "tests/engine/test_support.h"
 
-namespace velmar {
+namespace velmar::testing {
 namespace {
 
-// An engine whose steps answer the statuses a test gives them.
+// An engine whose one step answers the status its entry names.
 class ScriptedStripper : public Stripper {
  public:
-  int32_t pass(Value& entry) {
+  int32_t step(Value& entry) {
     ran.push_back(entry.get("workName").str());
-    return 0;
+    return static_cast<int32_t>(entry.get("status").intValue());
   }
-  int32_t fail(Value& entry) {
-    ran.push_back(entry.get("workName").str());
-    return 1;
-  }
-  void add(const char* selector, const char* name) {
-    Value entry = Value::makeDict();
-    entry.set("workSelector", selector);
-    entry.set("workName", name);
-    mutableWorkList().append(entry);
+  void add(const char* name, int status, const char* selector = "step:") {
+    mutableWorkList().append(dictOf({{"workSelector", selector}, {"workName", name}, {"status", status}}));
   }
   std::vector<std::string> ran;
 
  protected:
   Status performStep(std::string_view selector, Value& entry) override {
-    static const StepTable<ScriptedStripper> table = {
-        {"pass:", &ScriptedStripper::pass},
-        {"fail:", &ScriptedStripper::fail},
-    };
+    static const StepTable<ScriptedStripper> table = {{"step:", &ScriptedStripper::step}};
     return table.perform(*this, selector, entry);
   }
 };
 
-class StripperTest : public ::testing::Test {
- protected:
-  void SetUp() override { LogObject::sharedLogger().setHistoricalLog(""); }
-  const std::string& log() { return LogObject::sharedLogger().historicalLog(); }
-};
-
-TEST_F(StripperTest, BaseClassAnswersNothingAndCannotStrip) {
+TEST(StripperTest, BaseClassAnswersNothingAndCannotStrip) {
   Stripper base;
-  base.initWithPath("/x", Value::makeArray({"r13"}), Value(), Value());
+  base.initWithPath("/x", arrayOf({"r13"}), Value(), Value());
   EXPECT_EQ(base.strip(), 22);
-  EXPECT_TRUE(base.validProducts().isNull());
-  EXPECT_TRUE(base.validFactoryVariants().isNull());
-  EXPECT_TRUE(base.bundleRoot().isNull());
-  EXPECT_TRUE(base.strippedManifest().isNull());
-  EXPECT_TRUE(base.modifiedFiles().isNull());
-  EXPECT_FALSE(base.verbose());
+  EXPECT_TRUE(base.validProducts().isNull() && base.validFactoryVariants().isNull());
+  EXPECT_TRUE(base.strippedManifest().isNull() && base.modifiedFiles().isNull());
 }
 
-TEST_F(StripperTest, StopsAtTheFirstFailingStepWithPaddedBanners) {
+TEST(StripperTest, StopsAtTheFirstFailingStepWithPaddedBanners) {
+  LogObject::sharedLogger().setHistoricalLog("");
   ScriptedStripper engine;
-  engine.add("pass:", "One");
-  engine.add("fail:", "Two");
-  engine.add("pass:", "Three");
-  engine.add("pass:", "Four");
-  engine.add("pass:", "Five");
-  Status status = engine.performWork();
-  ASSERT_TRUE(status.has_value());
-  EXPECT_EQ(*status, 1);
-  EXPECT_EQ(engine.ran, (std::vector<std::string>{"One", "Two"}));
-  EXPECT_EQ(log(),
-            ">>> ==========  1/ 5 One ==========\n"
-            ">>> ==========  2/ 5 Two ==========\n");
-}
-
-TEST_F(StripperTest, EmptyListAnswersNothingAndLongListsPadToTwoPlaces) {
-  ScriptedStripper empty;
-  EXPECT_FALSE(empty.performWork().has_value());
-
-  ScriptedStripper engine;
-  for (int i = 0; i < 12; ++i) engine.add("pass:", "Step");
-  EXPECT_EQ(engine.performWork(), Status(0));
-  EXPECT_NE(log().find(">>> ==========  9/12 Step =========="), std::string::npos);
-  EXPECT_NE(log().find(">>> ========== 12/12 Step =========="), std::string::npos);
-}
-
-TEST_F(StripperTest, UnknownSelectorFailsTheStep) {
-  ScriptedStripper engine;
-  engine.add("noSuchStep:", "Odd");
-  engine.add("pass:", "Never");
+  EXPECT_FALSE(engine.performWork().has_value());
+  for (const char* name : {"One", "Two", "Three", "Four", "Five"}) engine.add(name, name[1] == 'w');
   EXPECT_EQ(engine.performWork(), Status(1));
-  EXPECT_TRUE(engine.ran.empty());
-  EXPECT_NE(log().find("XXX ERROR"), std::string::npos);
+  EXPECT_EQ(engine.ran, (std::vector<std::string>{"One", "Two"}));
+  EXPECT_EQ(takeLog(), ">>> ==========  1/ 5 One ==========\n>>> ==========  2/ 5 Two ==========\n");
+
+  ScriptedStripper unknown;
+  unknown.add("Odd", 0, "noSuchStep:");
+  unknown.add("Never", 0);
+  EXPECT_EQ(unknown.performWork(), Status(1));
+  EXPECT_EQ(logText(),
+            ">>> ==========  1/ 2 Odd ==========\nXXX ERROR: no work step named \"noSuchStep:\".\n");
 }
 
 }  // namespace
-}  // namespace velmar
+}  // namespace velmar::testing

@@ -1,268 +1,203 @@
-// Creation, analysis, the identity index and the work list of the manifest
-// engine, on synthetic bundles.
+// Creation, analysis, pre-analysis, the identity index and whole strips of
+// the manifest engine, on synthetic bundles.
 
 #include "engine/manifest/stripper3.h"
 
 #include <gtest/gtest.h>
 
-#include <fstream>
+#include <algorithm>
 
-#include "engine/log_object.h"
-#include "engine/plist_io.h"
-#include "synth/bundle_builder.h"
-#include "synth/sample_bundles.h"
-#include "synth/temp_dir.h"
+#include "engine/collection_extras.h"
+#include "tests/engine/manifest/engine_fixture.h"
 
-namespace velmar {
+namespace velmar::testing {
 namespace {
 
-using synth::BundleDescription;
+using Names = std::vector<std::string>;
 
-Value strings(std::initializer_list<const char*> items) {
-  Value a = Value::makeArray();
-  for (const char* s : items) a.append(s);
-  return a;
-}
-
-std::vector<std::string> sorted(std::vector<std::string> v) {
+Names sorted(Names v) {
   std::sort(v.begin(), v.end());
   return v;
 }
 
-class Stripper3Test : public ::testing::Test {
- protected:
-  void SetUp() override {
-    Stripper3::tables().knownProducts = builtInKnownProducts();
-    LogObject::sharedLogger().setHistoricalLog("");
-  }
-  void TearDown() override { Stripper3::tables().knownProducts = builtInKnownProducts(); }
+class Stripper3Test : public EngineTest {};
 
-  std::unique_ptr<Stripper3> engineFor(const BundleDescription& d, Value products = Value(),
-                                       Value variants = Value(), Value options = Value()) {
-    std::string error;
-    EXPECT_TRUE(synth::writeBundle(d, root(), &error)) << error;
-    return Stripper3::stripperForPath(root(), products, variants, options);
-  }
-  std::string root() const { return dir_ / "Bundle"; }
-  const std::string& log() { return LogObject::sharedLogger().historicalLog(); }
-  bool logged(const std::string& line) { return log().find(line + "\n") != std::string::npos; }
+// ---- creation and analysis ------------------------------------------------------
 
-  synth::TempDir dir_;
-};
-
-// ---- creation and analysis ----------------------------------------------------
-
-TEST_F(Stripper3Test, CreationRecordsTheRequestAndNarrowsKnownProducts) {
-  auto engine = engineFor(synth::sampleBundle(), Value(), strings({"ss"}), Value());
-  EXPECT_EQ(engine->stripInfo().get("BundleRoot").str(), root());
-  EXPECT_FALSE(engine->stripInfo().contains("Products"));
-  EXPECT_EQ(engine->stripInfo().get("FactoryVariants"), strings({"ss"}));
-  EXPECT_EQ(Stripper3::knownProducts(), (std::vector<std::string>{"r11", "r13"}));
-  // Known products keep the table's own record.
+TEST_F(Stripper3Test, CreationRecordsTheRequestNarrowsProductsAndCachesShallowListings) {
+  write();
+  auto e = engine(Value(), arrayOf({"ss"}));
+  EXPECT_EQ(e->stripInfo(), dictOf({{"BundleRoot", root()}, {"FactoryVariants", arrayOf({"ss"})}}));
+  EXPECT_EQ(engine(arrayOf({}))->stripInfo().get("Products"), arrayOf({}));
+  EXPECT_EQ(Stripper3::knownProducts(), (Names{"r11", "r13"}));
+  // A product the table knows keeps the table's record.
   EXPECT_FALSE(Stripper3::tables().knownProducts.get("r13").contains("noLLDiagsExtras"));
-  EXPECT_FALSE(engine->buildManifest().loaded());
-
-  auto empty = Stripper3::stripperForPath(root(), Value::makeArray(), Value(), Value());
-  EXPECT_EQ(empty->stripInfo().get("Products"), Value::makeArray());
+  // Shallow listings are read once; deep ones each time.
+  EXPECT_EQ(sorted(e->submanifestStartingAt("Debug", false)),
+            (Names{"Debug/.DS_Store", "Debug/r11ap.symbols", "Debug/r13ap.symbols"}));
+  writeFile(root() + "/Debug/late.txt");
+  EXPECT_EQ(e->submanifestStartingAt("Debug", false).size(), 3u);
+  EXPECT_EQ(e->submanifestStartingAt("Debug", true).size(), 4u);
 }
 
-TEST_F(Stripper3Test, BundleProductsUnknownToTheTableGetABundleRecord) {
+TEST_F(Stripper3Test, ProductsComeFromDeviceClassesTheManifestAndMapShare) {
+  // Upper-case suffixes are stripped too; a class with neither suffix is its
+  // own product; r31 is only in the map, r21 only in the manifest.
   BundleDescription d = synth::sampleBundle();
-  synth::ProductRecipe p = synth::r13Recipe();
-  p.board = "r77";
-  p.model = "Corvid9,1";
-  p.partBase = "7700";
-  p.basebandFile.clear();
-  synth::addProduct(d, p);
-  // Upper-case suffixes are device classes too.
   d.maps.deviceMap.push_back({"R88AP", "xr2160x", "Lumen8,1", 9});
-  d.identities.push_back({"R88AP", "Factory - Shipping Settings", "", Value(), {}});
-  auto engine = engineFor(d);
-  Value r77 = Stripper3::tables().knownProducts.get("r77");
-  EXPECT_EQ(r77.get("processor").str(), "xr2120x");
-  EXPECT_EQ(r77.get("model").str(), "Corvid9,1");
-  EXPECT_EQ(r77.get("noLLDiagsExtras"), Value(false));
-  EXPECT_EQ(r77.get("BasebandIsPersonalized"), Value(true));
-  EXPECT_EQ(Stripper3::knownProducts(), (std::vector<std::string>{"r11", "r13", "r77", "R88"}));
-  EXPECT_EQ(sorted(engine->validProducts().strings()),
-            (std::vector<std::string>{"R88", "r11", "r13", "r77"}));
-}
-
-TEST_F(Stripper3Test, DeviceClassesTheManifestNeverMentionsAreLeftOut) {
-  BundleDescription d = synth::sampleBundle();
+  d.maps.deviceMap.push_back({"x55", "xr2160x", "Lumen5,1", 10});
   d.maps.deviceMap.push_back({"r31ap", "xr2130x", "Tabula1,1", 12});
-  engineFor(d);
-  EXPECT_EQ(Stripper3::knownProducts(), (std::vector<std::string>{"r11", "r13"}));
+  for (const char* dc : {"R88AP", "x55", "r21ap"})
+    d.identities.push_back({dc, "Factory - Shipping Settings", "", Value(), {}});
+  write(d);
+  auto e = engine();
+  EXPECT_EQ(Stripper3::tables().knownProducts.get("R88"),
+            dictOf({{"processor", "xr2160x"}, {"model", "Lumen8,1"}, {"noLLDiagsExtras", false},
+                    {"BasebandIsPersonalized", true}}));
+  EXPECT_EQ(Stripper3::knownProducts(), (Names{"r11", "r13", "R88", "x55"}));
+  EXPECT_EQ(sorted(e->validProducts().strings()), (Names{"R88", "r11", "r13", "x55"}));
 }
 
-TEST_F(Stripper3Test, WithoutAManifestEveryDeviceClassOfTheMapCounts) {
+TEST_F(Stripper3Test, WithoutAManifestEveryDeviceClassOfTheMapCountsButNothingStrips) {
   BundleDescription d = synth::sampleBundle();
   d.maps.deviceMap.push_back({"r31ap", "xr2130x", "Tabula1,1", 12});
   d.omitPath(synth::kBuildManifestPath);
-  auto engine = engineFor(d, strings({"r13"}));
-  EXPECT_TRUE(logged("XXX ERROR: BuildManifest.plist fail to read."));
-  EXPECT_EQ(Stripper3::knownProducts(), (std::vector<std::string>{"r11", "r13", "r31"}));
-  EXPECT_TRUE(engine->validProducts().isNull());
-  EXPECT_TRUE(engine->validFactoryVariants().isNull());
-  EXPECT_TRUE(logged("XXX ERROR: BuildManifest.plist cannot be read."));
-  EXPECT_EQ(engine->strip(), 1);
+  write(d);
+  auto e = engine(arrayOf({"r13"}));
+  EXPECT_EQ(takeLog(), "XXX ERROR: BuildManifest.plist fail to read.\n");
+  EXPECT_EQ(Stripper3::knownProducts(), (Names{"r11", "r13", "r31"}));
+  EXPECT_TRUE(e->validProducts().isNull());
+  EXPECT_TRUE(e->validFactoryVariants().isNull());
+  EXPECT_EQ(e->strip(), 1);
+  const std::string cannot = "XXX ERROR: BuildManifest.plist cannot be read.\n";
+  EXPECT_EQ(logText(), cannot + cannot + cannot);
 }
 
 TEST_F(Stripper3Test, MissingDeviceMapLeavesTheTableAsBuiltIn) {
   BundleDescription d = synth::sampleBundle();
   d.omitPath(synth::kCapitalDeviceMapPath);
   d.omitPath(synth::kDeviceMapPlistPath);  // one file on case-insensitive disks
-  auto engine = engineFor(d);
+  write(d);
+  auto e = engine();
   EXPECT_TRUE(logged("XXX ERROR: Device_map.plist cannot be read."));
   EXPECT_EQ(Stripper3::knownProducts().size(), 7u);
-  // Valid products are still only those the manifest builds for.
-  EXPECT_EQ(sorted(engine->validProducts().strings()), (std::vector<std::string>{"r11", "r13"}));
+  EXPECT_EQ(sorted(e->validProducts().strings()), (Names{"r11", "r13"}));
 }
 
 TEST_F(Stripper3Test, UnreadableRestorePlistFailsTheStrip) {
   BundleDescription d = synth::sampleBundle();
   d.omitPath(synth::kRestorePlistPath);
-  auto engine = engineFor(d, strings({"r13"}), strings({"ss"}));
-  EXPECT_EQ(engine->strip(), 1);
-  EXPECT_TRUE(logged("XXX ERROR: Restore.plist cannot be read."));
-  EXPECT_EQ(engine->workList().count(), 0u);
+  write(d);
+  auto e = engine(arrayOf({"r13"}), arrayOf({"ss"}));
+  EXPECT_EQ(e->strip(), 1);
+  EXPECT_EQ(logText(), "XXX ERROR: Restore.plist cannot be read.\n");
+  EXPECT_EQ(e->workList().count(), 0u);
 }
 
 TEST_F(Stripper3Test, ValidStationsAreThoseEveryDeviceClassOffers) {
-  auto engine = engineFor(synth::sampleBundle(), strings({"r13"}));
-  EXPECT_EQ(sorted(engine->validFactoryVariants().strings()),
-            (std::vector<std::string>{"cti", "dfu", "mac-swdl", "nandnuker", "recovery", "ss",
-                                      "support", "swdl"}));
-  // Development firmware too: only what r13dev offers as well.
-  Value options = Value::makeDict();
-  options.set("keepDevFirmware", true);
-  engine = Stripper3::stripperForPath(root(), strings({"r13"}), Value(), options);
-  EXPECT_EQ(sorted(engine->validFactoryVariants().strings()),
-            (std::vector<std::string>{"nandnuker", "swdl"}));
+  write();
+  auto stations = [&](Value options) {
+    return niceDescription(Value::stringArray(
+        sorted(engine(arrayOf({"r13"}), Value(), options)->validFactoryVariants().strings())));
+  };
+  EXPECT_EQ(stations(Value()), "cti, dfu, mac-swdl, nandnuker, recovery, ss, support, swdl");
+  EXPECT_EQ(stations(dictOf({{"keepDevFirmware", true}})), "nandnuker, swdl");
   // No device classes at all: every station of the table.
-  options.set("keepDevFirmware", false);
-  options.set("stripAPFirmware", "YES");
-  engine = Stripper3::stripperForPath(root(), strings({"r13"}), Value(), options);
-  EXPECT_EQ(engine->validFactoryVariants().count(), 28u);
-}
-
-TEST_F(Stripper3Test, TemplateStationsStandForTheVariantsTheCallerLists) {
-  Value options = Value::makeDict();
-  options.set("swdl-tmpl", strings({"Factory - Support"}));
-  options.set("ss-tmpl", strings({"Not In This Bundle"}));
-  auto engine = engineFor(synth::sampleBundle(), strings({"r13"}), Value(), options);
-  std::vector<std::string> valid = engine->validFactoryVariants().strings();
-  EXPECT_NE(std::find(valid.begin(), valid.end(), "swdl-tmpl"), valid.end());
-  EXPECT_EQ(std::find(valid.begin(), valid.end(), "ss-tmpl"), valid.end());
-  EXPECT_TRUE(engine->factoryVariantsForDeviceClasses(Value()).isNull());
-  EXPECT_EQ(engine->factoryVariantsForDeviceClasses(strings({"r99ap"})).count(), 0u);
+  EXPECT_EQ(stations(dictOf({{"stripAPFirmware", "YES"}})),
+            niceDescription(Value::stringArray(sorted(Stripper3::knownFactoryVariants()))));
+  // A template station stands for the variants the caller lists.
+  EXPECT_EQ(stations(dictOf({{"swdl-tmpl", arrayOf({"Factory - Support"})}, {"ss-tmpl", arrayOf({"Nope"})}})),
+            "cti, dfu, mac-swdl, nandnuker, recovery, ss, support, swdl, swdl-tmpl");
 }
 
 // ---- pre-analysis and the work list -------------------------------------------
 
 TEST_F(Stripper3Test, UnknownNamesAreRefusedSortedAndJoined) {
-  auto engine = engineFor(synth::sampleBundle(), strings({"r99", "r13", "r21"}));
-  EXPECT_EQ(engine->strip(), 1);
-  EXPECT_TRUE(logged("XXX ERROR: products r21, r99 not found."));
-  EXPECT_EQ(engine->workList().count(), 0u);
-
-  engine = Stripper3::stripperForPath(root(), strings({"r13"}), strings({"ss", "zz", "dfu", "bogus"}),
-                                      Value());
-  EXPECT_EQ(engine->strip(), 1);
-  EXPECT_TRUE(logged("XXX ERROR: variants bogus, zz not found."));
+  write();
+  auto e = engine(arrayOf({"r99", "r13", "r21"}));
+  EXPECT_EQ(e->strip(), 1);
+  EXPECT_EQ(takeLog(), "XXX ERROR: products r21, r99 not found.\n");
+  EXPECT_EQ(e->workList().count(), 0u);
+  EXPECT_EQ(engine(arrayOf({"r13"}), arrayOf({"ss", "zz", "dfu", "bogus"}))->strip(), 1);
+  EXPECT_EQ(logText(), "XXX ERROR: variants bogus, zz not found.\n");
 }
 
 TEST_F(Stripper3Test, OneProductOneStationMakesSixEntries) {
-  auto engine = engineFor(synth::sampleBundle(), strings({"r13"}), strings({"swdl"}));
-  ASSERT_TRUE(engine->buildManifest().load());
-  ASSERT_TRUE(engine->restorePlist().load());
-  ASSERT_EQ(engine->preanalyzeRequest(), Status(0));
-  const Array& list = engine->workList().arr();
-  ASSERT_EQ(list.size(), 6u);
-  const Value& first = list[0];
-  EXPECT_EQ(first.get("workSelector").str(), "buildFilelistFromBuildManifest:");
-  EXPECT_EQ(first.get("workName").str(), "Strip Restore and BuildManifest.plist for r13 swdl.");
-  EXPECT_EQ(first.get("workDeviceClasses"), strings({"r13ap"}));
-  EXPECT_EQ(first.get("workModel").str(), "Corvid2,1");
-  EXPECT_EQ(first.get("workProcessorID").str(), "xr2120x");
-  EXPECT_EQ(first.get("workVariant").str(), "swdl");
-
-  const char* closing[][2] = {{"stripBuildManifest:", "Finish stripping BuildManifest.plist"},
-                              {"stripRestorePlist:", "Cross check and strip Restore.plist"},
-                              {"stripCommonWork:", "Strip support files"},
-                              {"stripInvisibles:", "Strip invisibles"},
-                              {"leaveCookie:", "Leaving cookie for Santa"}};
-  for (int i = 0; i < 5; ++i) {
-    const Value& e = list[i + 1];
-    EXPECT_EQ(e.get("workSelector").str(), closing[i][0]);
-    EXPECT_EQ(e.get("workName").str(), closing[i][1]);
-    EXPECT_EQ(e.get("workAllProducts"), Value::makeSet({"r13"}));
-    EXPECT_EQ(e.get("workAllDeviceClasses"), Value::makeSet({"r13ap"}));
-    EXPECT_EQ(e.get("workAllModels"), Value::makeSet({"Corvid2,1"}));
-    EXPECT_EQ(e.get("workAllProcessorIDs"), Value::makeSet({"xr2120x"}));
-    EXPECT_EQ(e.get("workAllPersonalizationVariants"),
-              Value::makeSet({"Factory - Software Download"}));
-  }
-  EXPECT_TRUE(logged(">>> Work List"));
+  write();
+  auto e = engine(arrayOf({"r13"}), arrayOf({"swdl"}));
+  ASSERT_EQ(e->preanalyzeRequest(), Status(0));
+  std::string titles;
+  for (const Value& entry : e->workList().arr())
+    titles += entry.get("workSelector").str() + " " + entry.get("workName").str() + "\n";
+  EXPECT_EQ(titles,
+            "buildFilelistFromBuildManifest: Strip Restore and BuildManifest.plist for r13 swdl.\n"
+            "stripBuildManifest: Finish stripping BuildManifest.plist\n"
+            "stripRestorePlist: Cross check and strip Restore.plist\n"
+            "stripCommonWork: Strip support files\n"
+            "stripInvisibles: Strip invisibles\n"
+            "leaveCookie: Leaving cookie for Santa\n");
+  Value first = e->workList().arr().front(), last = e->workList().arr().back();
+  for (const char* key : {"workSelector", "workName"}) first.remove(key), last.remove(key);
+  EXPECT_EQ(first, dictOf({{"workProduct", "r13"}, {"workDeviceClasses", arrayOf({"r13ap"})},
+                           {"workModel", "Corvid2,1"}, {"workProcessorID", "xr2120x"},
+                           {"workVariant", "swdl"}}));
+  EXPECT_EQ(last, dictOf({{"workAllProducts", setOf({"r13"})}, {"workAllModels", setOf({"Corvid2,1"})},
+                          {"workAllDeviceClasses", setOf({"r13ap"})},
+                          {"workAllProcessorIDs", setOf({"xr2120x"})},
+                          {"workAllPersonalizationVariants", setOf({"Factory - Software Download"})}}));
+  // Development firmware adds the "dev" class after the "ap" one.
+  e = engine(arrayOf({"r13"}), arrayOf({"swdl"}), dictOf({{"keepDevFirmware", true}}));
+  EXPECT_EQ(entryFor(*e, "buildFilelistFromBuildManifest:").get("workDeviceClasses"),
+            arrayOf({"r13ap", "r13dev"}));
 }
 
 TEST_F(Stripper3Test, EmptyRequestCoversEveryProductWithTheFirstProductsStations) {
-  Value options = Value::makeDict();
-  options.set("checkUnpersonalized", false);
-  options.set("useRestorePlistInsteadOfBuildManifest", "yes");
-  auto engine = engineFor(synth::sampleBundle(), Value(), Value(), options);
-  ASSERT_TRUE(engine->buildManifest().load());
-  ASSERT_EQ(engine->preanalyzeRequest(), Status(0));
-  std::vector<std::string> names;
-  for (const Value& e : engine->workList().arr()) names.push_back(e.get("workName").str());
-  // Products come in validProducts order; r11 lacks stations r13 offers, and
-  // still gets them.
-  size_t r11Steps = std::count_if(names.begin(), names.end(), [](const std::string& n) {
-    return n.find("BuildManifest.plist for r11 ") != std::string::npos;
-  });
-  size_t r13Steps = std::count_if(names.begin(), names.end(), [](const std::string& n) {
-    return n.find("BuildManifest.plist for r13 ") != std::string::npos;
-  });
-  EXPECT_EQ(r11Steps, r13Steps);
-  EXPECT_NE(std::find(names.begin(), names.end(), "Strip Restore for unpersonalized install for r13."),
-            names.end());
-  EXPECT_EQ(engine->workList().arr().back().get("workAllProducts"), Value::makeSet());
-
-  Value unpersonalized;
-  for (const Value& e : engine->workList().arr())
-    if (e.get("workSelector").str() == "updateFilelistForUnpersonalizedInstall:") unpersonalized = e;
-  ASSERT_FALSE(unpersonalized.isNull());
-  EXPECT_TRUE(unpersonalized.get("workKernelCachesList").isArray());
-  EXPECT_FALSE(unpersonalized.contains("workVariant"));
+  write();
+  auto e = engine(Value(), Value(), dictOf({{"useRestorePlistInsteadOfBuildManifest", "yes"}}));
+  ASSERT_EQ(e->preanalyzeRequest(), Status(0));
+  Names r11, r13;
+  for (const Value& entry : e->workList().arr())
+    if (entry.get("workSelector").str() == "buildFilelistFromBuildManifest:")
+      (entry.get("workProduct").str() == "r11" ? r11 : r13).push_back(entry.get("workVariant").str());
+  // The stations are r11's, the first valid product's: r13 gets 5, not its own 8.
+  EXPECT_EQ(r11, r13);
+  EXPECT_EQ(r13.size(), 5u);
+  // Each product's stations are followed by its unpersonalized entry.
+  EXPECT_EQ(e->workList().arr()[11].get("workName").str(),
+            "Strip Restore for unpersonalized install for r13.");
+  EXPECT_EQ(e->workList().arr().back().get("workAllProducts"), setOf({}));
 }
 
 // ---- whole strips ----------------------------------------------------------------
 
 TEST_F(Stripper3Test, StripOfTheSampleForR13AtShippingSettings) {
-  auto engine = engineFor(synth::sampleBundle(), strings({"r13"}), strings({"ss"}));
-  ASSERT_EQ(engine->strip(), 0) << log();
-  EXPECT_EQ(engine->strippedManifest().strings(),
-            (std::vector<std::string>{
-                "038-9003-001.dmg", "FactoryDiskImage.dmg", "FactoryDiskImage.dmg.signature",
-                "Restore", "Restore/018-2120-001.dmg", "Restore/038-1300-001.dmg", "Restore/Diags",
-                "Restore/Diags/diag-r13.img", "Restore/Firmware", "Restore/Firmware/all_flash",
-                "Restore/Firmware/all_flash/all_flash.r13ap.production",
-                "Restore/Firmware/all_flash/all_flash.r13ap.production/bootloader.r13ap.img",
-                "Restore/Firmware/all_flash/all_flash.r13ap.production/manifest",
-                "Restore/Firmware/BBX2_3.04.25.Release.bbfw", "Restore/Firmware/dfu",
-                "Restore/Firmware/dfu/stage1.r13ap.RELEASE.dfu", "Restore/kernelcache.release.xr2120x",
-                "RestoreTools.dmg"}));
-  Value modified = engine->modifiedFiles();
-  EXPECT_EQ(sorted(modified.dict().keys()),
-            (std::vector<std::string>{"Restore/BuildManifest.plist", "Restore/C2RestoreRamDisk.dmg",
-                                      "Restore/Firmware/device_map.plist", "Restore/Firmware/device_map.txt",
-                                      "Restore/Firmware/platform_keys.plist",
-                                      "Restore/Firmware/target_map.txt", "Restore/R13UserOS.dmg",
-                                      "Restore/Restore.plist", "Restore/kernelcache.release.r13",
-                                      "VelmarBSCookie.plist"}));
+  write();
+  auto e = engine(arrayOf({"r13"}), arrayOf({"ss"}), dictOf({{"keepDebug", true}}));
+  ASSERT_EQ(e->strip(), 0) << logText();
+  EXPECT_EQ(
+      niceDescription(e->strippedManifest()),
+      "038-9003-001.dmg, Debug/r11ap.symbols, Debug/r13ap.symbols, FactoryDiskImage.dmg, "
+      "FactoryDiskImage.dmg.signature, Restore, Restore/018-2120-001.dmg, Restore/038-1300-001.dmg, "
+      "Restore/Diags, Restore/Diags/diag-r13.img, Restore/Firmware, Restore/Firmware/all_flash, "
+      "Restore/Firmware/all_flash/all_flash.r13ap.production, "
+      "Restore/Firmware/all_flash/all_flash.r13ap.production/bootloader.r13ap.img, "
+      "Restore/Firmware/all_flash/all_flash.r13ap.production/manifest, "
+      "Restore/Firmware/BBX2_3.04.25.Release.bbfw, Restore/Firmware/dfu, "
+      "Restore/Firmware/dfu/stage1.r13ap.RELEASE.dfu, Restore/kernelcache.release.xr2120x, RestoreTools.dmg");
+  Value modified = e->modifiedFiles();
+  EXPECT_EQ(niceDescription(Value::stringArray(sorted(modified.dict().keys()))),
+            "Restore/BuildManifest.plist, Restore/C2RestoreRamDisk.dmg, Restore/Firmware/device_map.plist, "
+            "Restore/Firmware/device_map.txt, Restore/Firmware/platform_keys.plist, "
+            "Restore/Firmware/target_map.txt, Restore/R13UserOS.dmg, Restore/Restore.plist, "
+            "Restore/kernelcache.release.r13, VelmarBSCookie.plist");
   EXPECT_EQ(modified.get("Restore/R13UserOS.dmg"), Value::makeData("038-1300-001.dmg"));
   EXPECT_EQ(modified.get("Restore/BuildManifest.plist").get("BuildIdentities").count(), 1u);
-  EXPECT_TRUE(logged(">>> ==========  6/ 6 Leaving cookie for Santa =========="));
+  EXPECT_EQ(modified.get("Restore/Firmware/device_map.txt"), Value("0x02 xr2120x Corvid2,1 r13 r13ap\n"));
+  EXPECT_EQ(modified.get("Restore/Firmware/target_map.txt"), Value("r13 xr2120x Corvid2,1\n"));
+  for (const char* line :
+       {">>> ==========  6/ 6 Leaving cookie for Santa ==========", "+++ Debug folder found 3 items.",
+        "+++ RestoreTools found 038-9003-001.dmg.", "--- invisibles scrub 1 items."})
+    EXPECT_TRUE(logged(line)) << line;
 }
 
 TEST_F(Stripper3Test, MissingIdentityStopsTheListAfterItsBanner) {
@@ -271,97 +206,46 @@ TEST_F(Stripper3Test, MissingIdentityStopsTheListAfterItsBanner) {
   std::erase_if(d.identities, [](const synth::BuildIdentity& id) {
     return id.deviceClass == "r13ap" && id.variant == "Factory - Software Download";
   });
-  auto engine = engineFor(d, strings({"r13"}), strings({"mac-swdl"}));
-  EXPECT_EQ(engine->strip(), 1);
-  EXPECT_TRUE(logged(">>> ==========  1/ 6 Strip Restore and BuildManifest.plist for r13 mac-swdl. =========="));
-  EXPECT_TRUE(logged("XXX ERROR: BuildIdentity r13ap (Factory - Software Download) not found."));
-  EXPECT_EQ(log().find(" 2/ 6"), std::string::npos);
-  EXPECT_EQ(engine->modifiedFiles().count(), 0u);
+  write(d);
+  auto e = engine(arrayOf({"r13"}), arrayOf({"mac-swdl"}));
+  EXPECT_EQ(e->strip(), 1);
+  EXPECT_EQ(logText(),
+            ">>> Work List\n>>> ==========  1/ 6 Strip Restore and BuildManifest.plist for r13 mac-swdl. "
+            "==========\nXXX ERROR: BuildIdentity r13ap (Factory - Software Download) not found.\n");
+  EXPECT_EQ(e->modifiedFiles().count(), 0u);
 }
 
 // ---- identity index and services -----------------------------------------------
 
-TEST_F(Stripper3Test, IdentityIndexIsBuiltOnTheFirstLoadAndKeepsDuplicates) {
+TEST_F(Stripper3Test, IdentityIndexKeepsDuplicatesAndTheRewriteSortsIgnoringCase) {
   BundleDescription d = synth::sampleBundle();
   synth::BuildIdentity twin = *d.findIdentity("r13ap", "Factory - Shipping Settings");
   twin.manifest.resize(1);
   d.identities.push_back(twin);
-  auto engine = engineFor(d);
-  EXPECT_TRUE(engine->originalBuildIdentities().isNull());
-  engine->validProducts();
-  Value ss = engine->originalBuildIdentities().valueForKeyPath("r13ap");
-  EXPECT_EQ(ss.get("Factory - Shipping Settings").count(), 2u);
-  EXPECT_EQ(engine->referenceVariants().valueForKeyPath("r13ap").get("macOS Factory - Software Download"),
-            strings({"Factory - Software Download"}));
-}
+  write(d);
+  auto e = engine();
+  EXPECT_TRUE(e->originalBuildIdentities().isNull());  // built on the manifest's first load
+  e->validProducts();
+  const Value ss = e->originalBuildIdentities().get("r13ap").get("Factory - Shipping Settings");
+  ASSERT_EQ(ss.count(), 2u);
+  EXPECT_EQ(ss.arr()[1].get("Manifest").count(), 1u);
+  EXPECT_EQ(e->referenceVariants().get("r13ap").get("macOS Factory - Software Download"),
+            arrayOf({"Factory - Software Download"}));
 
-TEST_F(Stripper3Test, FlattenedIdentitiesSortByDeviceClassThenVariantIgnoringCase) {
-  auto engine = engineFor(synth::sampleBundle());
-  Value index = Value::makeDict();
-  auto identity = [](const char* name) {
-    Value id = Value::makeDict();
-    id.set("name", name);
-    return id;
-  };
-  Value b = Value::makeDict();
-  b.set("zeta", Value::makeArray({identity("B-zeta")}));
-  b.set("Alpha", Value::makeArray({identity("B-Alpha-1"), identity("B-Alpha-2")}));
-  index.set("r13dev", b);
-  Value a = Value::makeDict();
-  a.set("x", Value::makeArray({identity("A-x")}));
-  index.set("R13AP", a);
-  std::vector<std::string> order;
-  for (const Value& id : engine->flattenBuildIdentities(index).arr()) order.push_back(id.get("name").str());
-  EXPECT_EQ(order, (std::vector<std::string>{"A-x", "B-Alpha-1", "B-Alpha-2", "B-zeta"}));
-}
-
-TEST_F(Stripper3Test, StrippedManifestKeepsOnlyRequestedModels) {
-  auto engine = engineFor(synth::sampleBundle());
-  ASSERT_TRUE(engine->buildManifest().load());
-  Value entry = Value::makeDict();
-  entry.set("workAllModels", Value::makeSet({"Corvid1,1", "Nope9,9"}));
-  EXPECT_EQ(engine->stripBuildManifest(entry), 0);
-  Value manifest = engine->modifiedFilelist().get("Restore/BuildManifest.plist");
-  EXPECT_EQ(manifest.get("SupportedProductTypes"), strings({"Corvid1,1"}));
-  EXPECT_EQ(manifest.get("BuildIdentities"), Value::makeArray());
-  EXPECT_EQ(manifest.get("ProductVersion"), engine->buildManifest().entries().get("ProductVersion"));
-  // The loaded manifest is untouched.
-  EXPECT_EQ(engine->buildManifest().entries().get("SupportedProductTypes").count(), 2u);
-
-  entry.set("workAllModels", Value::makeSet({"Lumen1,1"}));
-  engine->stripBuildManifest(entry);
-  EXPECT_EQ(engine->modifiedFilelist().valueForKeyPath("Restore/BuildManifest.plist").isNull(), true);
-  EXPECT_EQ(engine->modifiedFilelist().get("Restore/BuildManifest.plist").get("SupportedProductTypes"),
-            Value::makeArray());
-}
-
-TEST_F(Stripper3Test, ShallowListingsAreCachedDeepOnesAreNot) {
-  auto engine = engineFor(synth::sampleBundle());
-  std::vector<std::string> first = engine->submanifestStartingAt("Debug", false);
-  EXPECT_EQ(sorted(first), (std::vector<std::string>{"Debug/.DS_Store", "Debug/r11ap.symbols",
-                                                     "Debug/r13ap.symbols"}));
-  std::ofstream(root() + "/Debug/late.txt") << "x";
-  EXPECT_EQ(engine->submanifestStartingAt("Debug", false).size(), 3u);
-  EXPECT_EQ(engine->submanifestStartingAt("Debug", true).size(), 4u);
-  EXPECT_TRUE(engine->submanifestStartingAt("NoSuchFolder", false).empty());
-  EXPECT_FALSE(engine->shallowPathContentsCache().contains("NoSuchFolder"));
-}
-
-TEST_F(Stripper3Test, AddSubpathKeepsEveryAncestor) {
-  auto engine = engineFor(synth::sampleBundle());
-  Value keep = Value::makeSet();
-  engine->addSubpath("Restore/Firmware/all_flash/x.img", keep);
-  engine->addSubpath("", keep);
-  EXPECT_EQ(keep, Value::makeSet({"Restore", "Restore/Firmware", "Restore/Firmware/all_flash",
-                                  "Restore/Firmware/all_flash/x.img"}));
-}
-
-TEST_F(Stripper3Test, KeptPathsComeOutOnceInCaseInsensitiveOrder) {
-  auto engine = engineFor(synth::sampleBundle());
-  for (const char* p : {"Restore/a", "kernelcache", "Debug/x", "Restore/a"})
-    engine->copiedFilelist().insert(Value(p));
-  EXPECT_EQ(engine->strippedManifest(), strings({"Debug/x", "kernelcache", "Restore/a"}));
+  auto id = [](const char* name) { return arrayOf({dictOf({{"name", name}})}); };
+  e->strippedBuildIdentities() =
+      dictOf({{"r13dev", dictOf({{"zeta", id("B-zeta")}, {"Alpha", id("B-Alpha")}})},
+              {"R13AP", dictOf({{"x", id("A-x")}})}});
+  Value entry = dictOf({{"workAllModels", setOf({"Corvid1,1", "Nope9,9"})}});
+  EXPECT_EQ(e->stripBuildManifest(entry), 0);
+  Value manifest = e->modifiedFilelist().get("Restore/BuildManifest.plist");
+  EXPECT_EQ(
+      manifest.get("BuildIdentities"),
+      arrayOf({dictOf({{"name", "A-x"}}), dictOf({{"name", "B-Alpha"}}), dictOf({{"name", "B-zeta"}})}));
+  EXPECT_EQ(manifest.get("SupportedProductTypes"), arrayOf({"Corvid1,1"}));
+  EXPECT_EQ(manifest.get("ProductVersion"), Value("7.0"));
+  EXPECT_EQ(e->buildManifest().entries().get("SupportedProductTypes").count(), 2u);  // untouched
 }
 
 }  // namespace
-}  // namespace velmar
+}  // namespace velmar::testing
