@@ -130,6 +130,52 @@ std::string lower(std::string_view s) {
   return out;
 }
 
+bool containsIgnoringCase(std::string_view s, std::string_view part) {
+  if (part.empty() || part.size() > s.size()) return false;
+  return lower(s).find(lower(part)) != std::string::npos;
+}
+
+bool equalIgnoringCase(std::string_view a, std::string_view b) {
+  return sameText(a, b, Compare::CaseInsensitive);
+}
+
+void sortIgnoringCase(std::vector<std::string>& names) {
+  std::sort(names.begin(), names.end(),
+            [](const std::string& a, const std::string& b) { return caseInsensitiveLess(a, b); });
+}
+
+std::string joinNames(const std::vector<std::string>& names) {
+  std::string joined;
+  for (const std::string& name : names) {
+    if (!joined.empty()) joined += ", ";
+    joined += name;
+  }
+  return joined;
+}
+
+std::string joinSortedNames(std::vector<std::string> names) {
+  sortIgnoringCase(names);
+  names.erase(std::unique(names.begin(), names.end()), names.end());
+  return joinNames(names);
+}
+
+std::string lastPathComponent(std::string_view path) {
+  size_t slash = path.rfind('/');
+  return std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
+}
+
+std::string deletingLastPathComponent(std::string_view path) {
+  size_t slash = path.rfind('/');
+  return slash == std::string_view::npos ? std::string() : std::string(path.substr(0, slash));
+}
+
+std::string appendingPathComponent(std::string_view folder, std::string_view name) {
+  if (folder.empty()) return std::string(name);
+  std::string joined(folder);
+  if (joined.back() != '/') joined += '/';
+  return joined.append(name);
+}
+
 int caseInsensitiveCompare(std::string_view a, std::string_view b) {
   size_t n = std::min(a.size(), b.size());
   for (size_t i = 0; i < n; ++i) {

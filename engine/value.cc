@@ -164,6 +164,13 @@ bool Value::remove(std::string_view key) {
   return dictMut().remove(key);
 }
 
+Value& Value::slot(std::string_view key) {
+  Dict& d = dictMut();
+  if (Value* found = d.find(key)) return *found;
+  d.set(std::string(key), Value());
+  return *d.find(key);
+}
+
 size_t Value::count() const {
   switch (type()) {
     case Type::Array: return arr().size();

@@ -132,6 +132,10 @@ class Value {
   bool contains(std::string_view key) const;
   void set(std::string key, Value v);
   bool remove(std::string_view key);
+  // The value under `key`, added as null when missing (a null value turns
+  // into the container its first writer asks for), for building nested
+  // containers in place: index.slot(d).slot(n).append(identity).
+  Value& slot(std::string_view key);
 
   // Array and set shortcuts.
   size_t count() const;  // members of a container, 0 otherwise
@@ -195,6 +199,10 @@ class Dict {
   // Replaces the value of an existing key in place, or appends the key.
   void set(std::string key, Value v);
   bool remove(std::string_view key);
+  // The value under `key`, added as null when missing (a null value turns
+  // into the container its first writer asks for), for building nested
+  // containers in place: index.slot(d).slot(n).append(identity).
+  Value& slot(std::string_view key);
   std::vector<std::string> keys() const;
 
   bool operator==(const Dict& other) const;  // same keys and values, any order

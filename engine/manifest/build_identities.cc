@@ -34,24 +34,6 @@ Value listDirectory(const std::string& path) {
   return names;
 }
 
-std::string joinRelative(const std::string& folder, const std::string& name) {
-  if (folder.empty()) return name;
-  if (folder.back() == '/') return folder + name;
-  return folder + "/" + name;
-}
-
-Value& child(Value& dict, const std::string& key, Value (*make)()) {
-  Value* found = dict.dictMut().find(key);
-  if (!found) {
-    dict.set(key, make());
-    found = dict.dictMut().find(key);
-  }
-  return *found;
-}
-
-Value makeDict() { return Value::makeDict(); }
-Value makeArray() { return Value::makeArray(); }
-
 }  // namespace
 
 void Stripper3::buildHierarchicalBuildIdentities() {
@@ -63,13 +45,11 @@ void Stripper3::buildHierarchicalBuildIdentities() {
     Value deviceClass = identity.valueForKeyPath("Info.DeviceClass");
     Value variant = identity.valueForKeyPath("Info.Variant");
     if (!deviceClass.isString() || !variant.isString()) continue;
-    Value& byVariant = child(identities, deviceClass.str(), makeDict);
-    child(byVariant, variant.str(), makeArray).append(identity);
+    identities.slot(deviceClass.str()).slot(variant.str()).append(identity);
     for (const char* key : kReferenceKeys) {
       Value reference = identity.valueForKeyPath(format("Info.%@", key));
       if (reference.isNull()) continue;
-      Value& refsByVariant = child(references, deviceClass.str(), makeDict);
-      child(refsByVariant, variant.str(), makeArray).append(reference);
+      references.slot(deviceClass.str()).slot(variant.str()).append(reference);
     }
   }
   originalBuildIdentities_ = identities;
@@ -112,7 +92,7 @@ std::vector<std::string> Stripper3::submanifestStartingAt(const std::string& fol
     for (auto end = fs::recursive_directory_iterator(); it != end; it.increment(ec)) {
       if (ec) break;
       std::string rel = it->path().lexically_relative(absolute).string();
-      paths.push_back(joinRelative(folder, rel));
+      paths.push_back(appendingPathComponent(folder, rel));
     }
     return paths;
   }
@@ -122,7 +102,7 @@ std::vector<std::string> Stripper3::submanifestStartingAt(const std::string& fol
     if (names.isNull()) return paths;
     shallowPathContentsCache_.set(folder, names);
   }
-  for (const Value& name : names.arr()) paths.push_back(joinRelative(folder, name.str()));
+  for (const Value& name : names.arr()) paths.push_back(appendingPathComponent(folder, name.str()));
   return paths;
 }
 

@@ -27,33 +27,6 @@ struct FileListRequest {
   bool osSkipped = false;  // the station installs no OS image
 };
 
-bool containsIgnoringCase(std::string_view haystack, std::string_view needle) {
-  if (needle.empty()) return false;
-  return lower(haystack).find(lower(needle)) != std::string::npos;
-}
-
-bool equalIgnoringCase(std::string_view a, std::string_view b) { return lower(a) == lower(b); }
-
-std::string lastPathComponent(const std::string& path) {
-  size_t slash = path.find_last_of('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
-std::string deletingLastPathComponent(const std::string& path) {
-  size_t slash = path.find_last_of('/');
-  return slash == std::string::npos ? std::string() : path.substr(0, slash);
-}
-
-// Logged lists read in case-insensitive order.
-std::string joinSorted(std::vector<std::string> names) {
-  std::sort(names.begin(), names.end(),
-            [](const std::string& a, const std::string& b) { return caseInsensitiveLess(a, b); });
-  names.erase(std::unique(names.begin(), names.end()), names.end());
-  std::string joined;
-  for (const std::string& name : names) joined += (joined.empty() ? "" : ", ") + name;
-  return joined;
-}
-
 bool isTemplateStation(const Value& variant) {
   return variant.str() == "swdl-tmpl" || variant.str() == "ss-tmpl";
 }
@@ -74,21 +47,9 @@ Value identityNames(const std::string& deviceClass, const Value& variant, const 
   return names;
 }
 
-Value& childOf(Value& dict, const std::string& key, Value (*make)()) {
-  Value* found = dict.dictMut().find(key);
-  if (!found) {
-    dict.set(key, make());
-    found = dict.dictMut().find(key);
-  }
-  return *found;
-}
-
-Value makeDict() { return Value::makeDict(); }
-Value makeArray() { return Value::makeArray(); }
-
 void recordKeptIdentities(Value& stripped, const std::string& deviceClass, const std::string& name,
                           const Value& identities) {
-  Value& kept = childOf(childOf(stripped, deviceClass, makeDict), name, makeArray);
+  Value& kept = stripped.slot(deviceClass).slot(name);
   for (const Value& identity : identities.arr())
     if (!kept.containsMember(identity)) kept.append(identity);
 }
@@ -141,7 +102,7 @@ void keepBasebandFirmware(Stripper3& engine, const FileListRequest& request, con
       engine.addSubpath(path, keep);
       names.push_back(lastPathComponent(path));
     }
-    log.Log("+++ BuildManifest.plist BasebandFirmware found %@.", joinSorted(names));
+    log.Log("+++ BuildManifest.plist BasebandFirmware found %@.", joinSortedNames(names));
     return;
   }
   std::vector<std::string> stems = prefixes.strings();
@@ -150,7 +111,7 @@ void keepBasebandFirmware(Stripper3& engine, const FileListRequest& request, con
   if (hasPrefix(stems.front(), "BBX2", Compare::Literal))
     log.Log("+++ no BasebandFirmware files for BBX2, strip result may not work");
   else
-    log.Log("!!! WRNING: found no BasebandFirmware files with prefixes %@.", joinSorted(stems));
+    log.Log("!!! WRNING: found no BasebandFirmware files with prefixes %@.", joinSortedNames(stems));
 }
 
 void keepManifestItems(Stripper3& engine, const FileListRequest& request, const Value& identity,

@@ -14,21 +14,6 @@ namespace velmar {
 
 namespace {
 
-void sortIgnoringCase(std::vector<std::string>& names) {
-  std::sort(names.begin(), names.end(),
-            [](const std::string& a, const std::string& b) { return caseInsensitiveLess(a, b); });
-}
-
-// Sets `file` at [outer][kind], creating the inner dictionary on first use.
-void storeAt(Value& table, const std::string& outer, const std::string& kind, const Value& file) {
-  Value* inner = table.dictMut().find(outer);
-  if (!inner) {
-    table.set(outer, Value::makeDict());
-    inner = table.dictMut().find(outer);
-  }
-  inner->set(kind, file);
-}
-
 // A table of outer key -> {kind: file name}, keeping the outer keys in
 // `outerKeys` and, under them, the files in `files`. An outer key left with
 // nothing is dropped.
@@ -37,7 +22,7 @@ Value filterImageTable(const Value& table, const Value& outerKeys, const Value& 
   for (const auto& [outer, inner] : table.dict()) {
     if (!outerKeys.containsMember(Value(outer))) continue;
     for (const auto& [kind, file] : inner.dict())
-      if (files.containsMember(file)) storeAt(result, outer, kind, file);
+      if (files.containsMember(file)) result.slot(outer).set(kind, file);
   }
   return result;
 }
@@ -79,7 +64,7 @@ int32_t Stripper3::stripRestorePlist(Value& entry) {
     for (const auto& [kind, file] : inner.dict()) {
       if (!kernelCachesSet_.containsMember(file)) continue;
       referenced.insert(file);
-      storeAt(table, outer, kind, file);
+      table.slot(outer).set(kind, file);
     }
   }
 
@@ -88,11 +73,8 @@ int32_t Stripper3::stripRestorePlist(Value& entry) {
   for (const Value& cache : kernelCachesSet_.setItems())
     if (!referenced.containsMember(cache)) unreferenced.push_back(cache.description());
   if (!unreferenced.empty()) {
-    sortIgnoringCase(unreferenced);
-    std::string joined;
-    for (const std::string& name : unreferenced) joined += (joined.empty() ? "" : ", ") + name;
     LogObject::sharedLogger().Log("!!! WARNING: Restore.plist missing reference to kernelcaches %@.",
-                                  joined);
+                                  joinSortedNames(unreferenced));
   }
   plist.set("KernelCachesByPlatform", byPlatform);
   plist.set("KernelCachesByTarget", byTarget);

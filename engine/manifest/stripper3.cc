@@ -33,12 +33,6 @@ const StepTable<Stripper3>& stepTable() {
   return table;
 }
 
-std::string joinPath(const std::string& root, const std::string& relative) {
-  if (root.empty()) return relative;
-  if (root.back() == '/') return root + relative;
-  return root + "/" + relative;
-}
-
 }  // namespace
 
 // ---- class operations --------------------------------------------------------
@@ -81,13 +75,13 @@ void Stripper3::initWithPath(const std::string& path, const Value& products,
   stripOptions_ = Value::makeDict();
   for (const auto& [key, value] : options.dict()) stripOptions_.set(key, value);
 
-  buildManifest_ = std::make_unique<PropertyList>(joinPath(bundleRoot_, "Restore/BuildManifest.plist"));
+  buildManifest_ = std::make_unique<PropertyList>(appendingPathComponent(bundleRoot_, "Restore/BuildManifest.plist"));
   // The identity index is built the moment the manifest first loads,
   // whichever question triggers the load.
   buildManifestObserver_ = buildManifest_->addLoadedObserver([this](bool loaded) {
     if (loaded) buildHierarchicalBuildIdentities();
   });
-  restorePlist_ = std::make_unique<PropertyList>(joinPath(bundleRoot_, "Restore/Restore.plist"));
+  restorePlist_ = std::make_unique<PropertyList>(appendingPathComponent(bundleRoot_, "Restore/Restore.plist"));
 
   strippedBuildIdentities_ = Value::makeDict();
   restoreImagesSet_ = Value::makeSet();

@@ -17,34 +17,14 @@ namespace velmar {
 
 namespace {
 
-bool containsIgnoringCase(std::string_view haystack, std::string_view needle) {
-  if (needle.empty()) return false;
-  return lower(haystack).find(lower(needle)) != std::string::npos;
-}
-
 bool containsAny(const std::string& path, const Value& needles) {
   for (const std::string& needle : needles.strings())
     if (containsIgnoringCase(path, needle)) return true;
   return false;
 }
 
-std::string lastPathComponent(const std::string& path) {
-  size_t slash = path.find_last_of('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
-// Logged lists read in case-insensitive order.
-std::string joinSorted(std::vector<std::string> names) {
-  std::sort(names.begin(), names.end(),
-            [](const std::string& a, const std::string& b) { return caseInsensitiveLess(a, b); });
-  names.erase(std::unique(names.begin(), names.end()), names.end());
-  std::string joined;
-  for (const std::string& name : names) joined += (joined.empty() ? "" : ", ") + name;
-  return joined;
-}
-
 // A missing list prints as a missing object does.
-std::string joinedOrNull(const Value* list) { return list ? joinSorted(list->strings()) : "(null)"; }
+std::string joinedOrNull(const Value* list) { return list ? joinSortedNames(list->strings()) : "(null)"; }
 
 // Keeps the kernel caches of the product's stations; answers their names.
 std::vector<std::string> keepKernelCaches(Stripper3& engine, const std::string& product,
@@ -102,7 +82,7 @@ int32_t Stripper3::updateFilelistForUnpersonalizedInstall(Value& entry) {
     log.Log("XXX ERROR no matching kernelcache found in bundle for %@ %@.", product, processor);
     return 1;
   }
-  log.Log("+++ Restore kernelcache found %@.", joinSorted(found));
+  log.Log("+++ Restore kernelcache found %@.", joinSortedNames(found));
 
   std::vector<std::string> listing = submanifestStartingAt("Restore/Firmware/all_flash", false);
   if (listing.empty()) {
@@ -115,7 +95,7 @@ int32_t Stripper3::updateFilelistForUnpersonalizedInstall(Value& entry) {
             joinedOrNull(firmwareTypes));
     return 1;
   }
-  log.Log("+++ Restore all_flash found %@.", joinSorted(found));
+  log.Log("+++ Restore all_flash found %@.", joinSortedNames(found));
 
   addSubpath("Restore/Firmware/dfu", keep);
   listing = submanifestStartingAt("Restore/Firmware/dfu", false);
@@ -128,7 +108,7 @@ int32_t Stripper3::updateFilelistForUnpersonalizedInstall(Value& entry) {
     log.Log("XXX ERROR no matching dfu found in bundle for %@, %@.", product, joinedOrNull(dfuTypes));
     return 1;
   }
-  log.Log("+++ Restore dfu found %@.", joinSorted(found));
+  log.Log("+++ Restore dfu found %@.", joinSortedNames(found));
 
   // Without identities nothing says whether the baseband is personalized:
   // a product with baseband prefixes needs its files either way.
@@ -145,9 +125,9 @@ int32_t Stripper3::updateFilelistForUnpersonalizedInstall(Value& entry) {
       addSubpath(path, keep);
       names.push_back(lastPathComponent(path));
     }
-    log.Log("+++ Restore.plist BasebandFirmware found %@.", joinSorted(names));
+    log.Log("+++ Restore.plist BasebandFirmware found %@.", joinSortedNames(names));
   } else if (prefixes.count() > 0) {
-    log.Log("XXX ERROR found no BasebandFirmware files with prefixes %@.", joinSorted(prefixes.strings()));
+    log.Log("XXX ERROR found no BasebandFirmware files with prefixes %@.", joinSortedNames(prefixes.strings()));
     return 1;
   }
 

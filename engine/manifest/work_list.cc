@@ -18,11 +18,10 @@ std::string unknownNames(const Value& requested, const Value& valid) {
   std::vector<std::string> unknown;
   for (const std::string& name : requested.strings())
     if (!valid.containsMember(Value(name))) unknown.push_back(name);
+  // Refusals list unknown names in plain byte order, unlike logged lists.
   std::sort(unknown.begin(), unknown.end());
   unknown.erase(std::unique(unknown.begin(), unknown.end()), unknown.end());
-  std::string joined;
-  for (const std::string& name : unknown) joined += (joined.empty() ? "" : ", ") + name;
-  return joined;
+  return joinNames(unknown);
 }
 
 // Adds a table value that is either one string or an array of them.
@@ -166,12 +165,7 @@ Value Stripper3::factoryVariantsForDeviceClasses(const Value& deviceClasses) {
   // Personalization variant -> the stations built from it.
   Value stations = Value::makeDict();
   auto addStation = [&](const std::string& personalization, const char* station) {
-    Value* list = stations.dictMut().find(personalization);
-    if (!list) {
-      stations.set(personalization, Value::makeArray());
-      list = stations.dictMut().find(personalization);
-    }
-    list->append(station);
+    stations.slot(personalization).append(station);
   };
   for (const auto& [station, row] : table.dict()) {
     Value pv = row.get("PersonalizationVariants");

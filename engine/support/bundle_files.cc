@@ -51,9 +51,5 @@ std::vector<std::string> namesOnDisk(const std::string& root, const std::string&
   return names;
 }
 
-std::string_view lastPathComponent(std::string_view path) {
-  size_t slash = path.find_last_of('/');
-  return slash == std::string_view::npos ? path : path.substr(slash + 1);
-}
 
 }  // namespace velmar

@@ -27,9 +27,6 @@ std::optional<std::string> linkTargetInBundle(const std::string& root, const std
 // by bytes so repeated runs agree. Empty when the folder cannot be listed.
 std::vector<std::string> namesOnDisk(const std::string& root, const std::string& relative);
 
-// The text after the last "/" (the whole text when there is none).
-std::string_view lastPathComponent(std::string_view path);
-
 }  // namespace velmar
 
 #endif  // VELMAR_ENGINE_SUPPORT_BUNDLE_FILES_H_

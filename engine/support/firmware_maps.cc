@@ -21,10 +21,6 @@ constexpr char kDeviceMapPlist[] = "Restore/Firmware/device_map.plist";
 constexpr char kTargetMapText[] = "Restore/Firmware/target_map.txt";
 constexpr char kPlatformKeysPlist[] = "Restore/Firmware/platform_keys.plist";
 
-bool equalIgnoringCase(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && lower(a) == lower(b);
-}
-
 bool equalsAnyIgnoringCase(std::string_view name, const Value& names) {
   for (const std::string& candidate : names.strings())
     if (equalIgnoringCase(name, candidate)) return true;

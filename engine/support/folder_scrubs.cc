@@ -11,10 +11,6 @@ namespace velmar {
 
 namespace {
 
-bool containsIgnoringCase(std::string_view text, std::string_view part) {
-  return lower(text).find(lower(part)) != std::string::npos;
-}
-
 // Debug and BundleImages: what lies directly in the folder is kept as a
 // whole when asked for.
 int32_t scrubFolder(SupportHost& host, const char* option, const char* folder, const char* foundMessage,

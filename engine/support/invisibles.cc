@@ -12,7 +12,7 @@ namespace velmar {
 bool isInvisiblePath(std::string_view path) {
   static const char* const kPrefixes[] = {".BC_"};
   static const char* const kNames[] = {".DS_Store", ".svn", "CVS", ".fseventsd", ".Trashes"};
-  const std::string_view name = lastPathComponent(path);
+  const std::string name = lastPathComponent(path);
   for (const char* prefix : kPrefixes)
     if (hasPrefix(name, prefix, Compare::CaseInsensitive)) return true;
   const std::string folded = lower(name);
