@@ -10,11 +10,11 @@ namespace {
 bool isFlag(char c) { return c == '-' || c == '+' || c == ' ' || c == '#' || c == '0'; }
 bool isLength(char c) { return c == 'h' || c == 'l' || c == 'q' || c == 'z' || c == 'j' || c == 't' || c == 'L'; }
 
-// Runs snprintf for one conversion whose spec (flags, width, precision) is
-// `spec` and whose final letters are `conv` ("lld", "f", "s", ...).
+// Runs snprintf for one conversion whose modifiers (flags, width, precision) are
+// `modifiers` and whose final letters are `conv` ("lld", "f", "s", ...).
 template <class T>
-std::string printOne(const std::string& spec, const char* conv, T arg) {
-  std::string f = "%" + spec + conv;
+std::string printOne(const std::string& modifiers, const char* conv, T arg) {
+  std::string f = "%" + modifiers + conv;
   int n = std::snprintf(nullptr, 0, f.c_str(), arg);
   if (n <= 0) return {};
   std::string out(static_cast<size_t>(n) + 1, '\0');
@@ -39,10 +39,10 @@ std::string formatv(std::string_view fmt, const std::vector<FormatArg>& args) {
       continue;
     }
     size_t j = i + 1;
-    std::string spec;
-    while (j < fmt.size() && isFlag(fmt[j])) spec += fmt[j++];
+    std::string modifiers;
+    while (j < fmt.size() && isFlag(fmt[j])) modifiers += fmt[j++];
     while (j < fmt.size() && (std::isdigit(static_cast<unsigned char>(fmt[j])) || fmt[j] == '.'))
-      spec += fmt[j++];
+      modifiers += fmt[j++];
     std::string length;
     while (j < fmt.size() && isLength(fmt[j])) length += fmt[j++];
     if (j >= fmt.size()) {
@@ -55,14 +55,14 @@ std::string formatv(std::string_view fmt, const std::vector<FormatArg>& args) {
       case '%': out += '%'; break;
       case '@': {
         std::string text = takeArg().description();
-        out += spec.empty() ? text : printOne(spec, "s", text.c_str());
+        out += modifiers.empty() ? text : printOne(modifiers, "s", text.c_str());
         break;
       }
       case 's':
       case 'S': {
         Value v = takeArg();
         std::string text = v.isNull() ? "(null)" : v.description();
-        out += printOne(spec, "s", text.c_str());
+        out += printOne(modifiers, "s", text.c_str());
         break;
       }
       case 'd':
@@ -72,7 +72,7 @@ std::string formatv(std::string_view fmt, const std::vector<FormatArg>& args) {
         long long n = v.isString() ? 0 : static_cast<long long>(v.intValue());
         if (length == "h") n = static_cast<short>(n);
         else if (length.empty()) n = static_cast<int>(n);
-        out += printOne(spec, "lld", n);
+        out += printOne(modifiers, "lld", n);
         break;
       }
       case 'u':
@@ -86,7 +86,7 @@ std::string formatv(std::string_view fmt, const std::vector<FormatArg>& args) {
         else if (length == "hh") n = static_cast<unsigned char>(n);
         else if (length.empty()) n = static_cast<unsigned>(n);
         char letters[4] = {'l', 'l', conv == 'U' ? 'u' : conv, 0};
-        out += printOne(spec, letters, n);
+        out += printOne(modifiers, letters, n);
         break;
       }
       case 'c': {
@@ -102,12 +102,12 @@ std::string formatv(std::string_view fmt, const std::vector<FormatArg>& args) {
       case 'E': {
         Value v = takeArg();
         char letters[2] = {conv, 0};
-        out += printOne(spec, letters, v.realValue());
+        out += printOne(modifiers, letters, v.realValue());
         break;
       }
       default:
         // Not a conversion we know: keep the text as written.
-        out.append(fmt.substr(j - spec.size() - length.size() - 1, spec.size() + length.size() + 2));
+        out.append(fmt.substr(j - modifiers.size() - length.size() - 1, modifiers.size() + length.size() + 2));
         break;
     }
   }
