@@ -11,6 +11,7 @@
 
 #include "app/paths.h"
 #include "app/utf8_text.h"
+#include "engine/file_bytes.h"
 #include "engine/format.h"
 
 namespace velmar::app {
@@ -35,24 +36,10 @@ bool readWholeFile(const std::string& path, std::string* text, std::string* erro
     *error = "no log file";
     return false;
   }
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) {
-    *error = std::strerror(errno);
+  if (int err = readFileBytes(path, text)) {
+    *error = std::strerror(err);
     return false;
   }
-  char buffer[65536];
-  while (true) {
-    ssize_t n = ::read(fd, buffer, sizeof buffer);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) {
-      *error = std::strerror(errno);
-      ::close(fd);
-      return false;
-    }
-    if (n == 0) break;
-    text->append(buffer, static_cast<size_t>(n));
-  }
-  ::close(fd);
   if (!isValidUtf8(*text)) {
     *error = "the file is not UTF-8 text";
     text->clear();

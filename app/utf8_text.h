@@ -11,16 +11,9 @@
 #include <string>
 #include <string_view>
 
+#include "engine/utf8.h"
+
 namespace velmar::app {
-
-// True when `bytes` is well-formed UTF-8 (no overlong forms, no surrogates,
-// nothing above U+10FFFF).
-bool isValidUtf8(std::string_view bytes);
-
-// Length of the tail of `bytes` that is the start of a multi-byte character
-// still missing its last bytes (0 to 3). Only a tail that could still become
-// valid counts.
-size_t incompleteUtf8Tail(std::string_view bytes);
 
 class Utf8ChunkDecoder {
  public:

@@ -1,12 +1,13 @@
 #include "engine/plist_io.h"
 
 #include <plist/plist.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <limits>
 #include <memory>
-#include <sys/stat.h>
+
+#include "engine/file_bytes.h"
 
 namespace velmar {
 
@@ -160,10 +161,8 @@ Value readPropertyListFile(const std::string& path) {
   struct stat st;
   if (stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return Value();
   if (static_cast<uint64_t>(st.st_size) > kMaxPropertyListFileSize) return Value();
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return Value();
-  std::string bytes(static_cast<size_t>(st.st_size), '\0');
-  if (!in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()))) return Value();
+  std::string bytes;
+  if (readFileBytes(path, &bytes) != 0) return Value();
   return parsePropertyList(bytes);
 }
 

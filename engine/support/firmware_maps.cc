@@ -1,16 +1,15 @@
 #include "engine/support/firmware_maps.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstring>
 
 #include "engine/collection_extras.h"
+#include "engine/file_bytes.h"
 #include "engine/format.h"
 #include "engine/log_object.h"
 #include "engine/support/bundle_files.h"
 #include "engine/support/work_entry.h"
+#include "engine/utf8.h"
 
 namespace velmar {
 
@@ -27,58 +26,11 @@ bool equalsAnyIgnoringCase(std::string_view name, const Value& names) {
   return false;
 }
 
-// Strict UTF-8: no overlong forms, no surrogates, nothing past U+10FFFF.
-bool isValidUtf8(std::string_view s) {
-  size_t i = 0;
-  while (i < s.size()) {
-    unsigned char c = static_cast<unsigned char>(s[i]);
-    size_t extra;
-    uint32_t min;
-    uint32_t cp;
-    if (c < 0x80) {
-      ++i;
-      continue;
-    } else if ((c & 0xE0) == 0xC0) {
-      extra = 1, min = 0x80, cp = c & 0x1F;
-    } else if ((c & 0xF0) == 0xE0) {
-      extra = 2, min = 0x800, cp = c & 0x0F;
-    } else if ((c & 0xF8) == 0xF0) {
-      extra = 3, min = 0x10000, cp = c & 0x07;
-    } else {
-      return false;
-    }
-    if (i + extra >= s.size()) return false;
-    for (size_t k = 1; k <= extra; ++k) {
-      unsigned char cc = static_cast<unsigned char>(s[i + k]);
-      if ((cc & 0xC0) != 0x80) return false;
-      cp = (cp << 6) | (cc & 0x3F);
-    }
-    if (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return false;
-    i += extra + 1;
-  }
-  return true;
-}
-
 // Reads a whole file as UTF-8 text. On failure *error says why, in the
 // words a user is shown when a document cannot be opened.
 bool readUtf8Text(const std::string& path, std::string* text, std::string* error) {
   const std::string name(lastPathComponent(path));
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  int err = 0;
-  if (fd < 0) {
-    err = errno;
-  } else {
-    char buffer[16384];
-    text->clear();
-    for (;;) {
-      ssize_t n = ::read(fd, buffer, sizeof buffer);
-      if (n < 0 && errno == EINTR) continue;
-      if (n < 0) err = errno;
-      if (n <= 0) break;
-      text->append(buffer, static_cast<size_t>(n));
-    }
-    ::close(fd);
-  }
+  const int err = readFileBytes(path, text);
   if (err == EACCES || err == EPERM) {
     *error = format(
         "The file \u201c%@\u201d couldn\u2019t be opened because you don\u2019t have "
