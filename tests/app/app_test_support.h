@@ -1,4 +1,4 @@
-// Helpers for the app tests: a FILE* that writes into memory, and small
+// Helpers for the app tests: a fixed time, a FILE* that writes into memory, and small
 // shell scripts that stand in for the velmarbs tool.
 
 #ifndef VELMAR_TESTS_APP_APP_TEST_SUPPORT_H_
@@ -8,12 +8,25 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <string>
 
 #include "app/task_helper.h"
 
 namespace velmar::app::testing {
+
+// A fixed local time for time-stamp texts: 2009/03/14 09:05:07.
+inline std::tm march14() {
+  std::tm t{};
+  t.tm_year = 109;
+  t.tm_mon = 2;
+  t.tm_mday = 14;
+  t.tm_hour = 9;
+  t.tm_min = 5;
+  t.tm_sec = 7;
+  return t;
+}
 
 class MemoryStream {
  public:

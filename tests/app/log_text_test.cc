@@ -4,6 +4,8 @@
 
 #include <regex>
 
+#include "tests/app/app_test_support.h"
+
 namespace velmar::app {
 
 void PrintTo(const KeywordRange& r, std::ostream* os) {
@@ -17,22 +19,11 @@ constexpr RgbColour kRed{1, 0, 0};
 constexpr RgbColour kGreen{0, 1, 0};
 constexpr RgbColour kYellow{1, 1, 0};
 
-std::tm march14() {
-  std::tm t{};
-  t.tm_year = 109;
-  t.tm_mon = 2;
-  t.tm_mday = 14;
-  t.tm_hour = 9;
-  t.tm_min = 5;
-  t.tm_sec = 7;
-  return t;
-}
-
 TEST(GenerateStringTest, StampTextAndLineBreakAsAsked) {
-  EXPECT_EQ(generateString("Stripping FINISHED.", true, true, march14()),
+  EXPECT_EQ(generateString("Stripping FINISHED.", true, true, testing::march14()),
             "2009/03/14 09:05:07 Stripping FINISHED.\n");
-  EXPECT_EQ(generateString("", true, false, march14()), "2009/03/14 09:05:07 ");
-  EXPECT_EQ(generateString("x", false, false, march14()), "x");
+  EXPECT_EQ(generateString("", true, false, testing::march14()), "2009/03/14 09:05:07 ");
+  EXPECT_EQ(generateString("x", false, false, testing::march14()), "x");
   EXPECT_TRUE(std::regex_match(generateString("now", true, true),
                                std::regex(R"(\d{4}/\d\d/\d\d \d\d:\d\d:\d\d now\n)")));
 }

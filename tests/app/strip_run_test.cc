@@ -2,37 +2,28 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/app/app_test_support.h"
+
 namespace velmar::app {
 namespace {
-
-std::tm march14() {
-  std::tm t{};
-  t.tm_year = 109;
-  t.tm_mon = 2;
-  t.tm_mday = 14;
-  t.tm_hour = 9;
-  t.tm_min = 5;
-  t.tm_sec = 7;
-  return t;
-}
 
 TEST(StripRunTest, StartLogsABareTimeStampThenTheCommandLine) {
   StripRun run("/opt/velmarbs", {"--source", "/b/x.dmg", "--ov"}, "/b/x.dmg");
   std::vector<std::string> expected = {"\n", "\n", "\n", "2009/03/14 09:05:07 ",
                                        "/opt/velmarbs --source /b/x.dmg --ov\n"};
-  EXPECT_EQ(run.startLogTexts(march14()), expected);
+  EXPECT_EQ(run.startLogTexts(testing::march14()), expected);
   EXPECT_EQ(run.sessionOutput(), "/opt/velmarbs --source /b/x.dmg --ov\n");
 }
 
 TEST(StripRunTest, ValidateSucceedsAndStripFails) {
   StripRun validate("/t", {"--source", "/b/x.dmg", "--ov"}, "/b/x.dmg");
-  RunEnd end = validate.finish(0, march14());
+  RunEnd end = validate.finish(0, testing::march14());
   EXPECT_TRUE(end.finished);
   EXPECT_EQ(end.logText, "2009/03/14 09:05:07 Validating FINISHED.\n");
   EXPECT_EQ(end.sheetText, "Validating \"x.dmg\" finished.");
 
   StripRun strip("/t", {"--source", "/b/x.dmg", "--target", "/o/y.dmg", "--ov"}, "/b/x.dmg");
-  end = strip.finish(3, march14());
+  end = strip.finish(3, testing::march14());
   EXPECT_FALSE(end.finished);
   EXPECT_EQ(end.logText, "2009/03/14 09:05:07 Stripping FAILED.\n");
   EXPECT_EQ(end.sheetText, "Stripping \"x.dmg\" FAILED.\n\nSee Log Window for details.");
