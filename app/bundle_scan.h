@@ -14,7 +14,7 @@
 #include "app/selection.h"
 #include "app/tool_arguments.h"
 #include "app/user_defaults.h"
-#include "engine/value.h"
+#include "base/value.h"
 
 namespace velmar::app {
 

@@ -11,8 +11,8 @@
 
 #include "app/paths.h"
 #include "app/utf8_text.h"
-#include "engine/file_bytes.h"
-#include "engine/format.h"
+#include "base/file_bytes.h"
+#include "base/format.h"
 
 namespace velmar::app {
 

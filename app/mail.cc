@@ -1,6 +1,6 @@
 #include "app/mail.h"
 
-#include "engine/format.h"
+#include "base/format.h"
 
 namespace velmar::app {
 

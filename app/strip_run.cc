@@ -4,8 +4,8 @@
 
 #include "app/log_text.h"
 #include "app/paths.h"
-#include "engine/collection_extras.h"
-#include "engine/format.h"
+#include "base/text.h"
+#include "base/format.h"
 
 namespace velmar::app {
 

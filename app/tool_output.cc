@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "engine/plist_io.h"
+#include "base/plist_io.h"
 
 namespace velmar::app {
 

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/value.h"
+#include "base/value.h"
 
 namespace velmar::app {
 

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "app/tool_output.h"
-#include "engine/format.h"
+#include "base/format.h"
 
 namespace velmar::app {
 

@@ -14,7 +14,7 @@
 
 #include "app/system_log.h"
 #include "app/task_helper.h"
-#include "engine/value.h"
+#include "base/value.h"
 
 namespace velmar::app {
 

@@ -3,7 +3,7 @@
 #include <cstdlib>
 
 #include "app/paths.h"
-#include "engine/collection_extras.h"
+#include "base/text.h"
 
 namespace velmar::app {
 

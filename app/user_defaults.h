@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/value.h"
+#include "base/value.h"
 
 namespace velmar::app {
 

@@ -7,7 +7,7 @@
 
 #include "engine/log_object.h"
 #include "engine/manifest/stripper3.h"
-#include "engine/plist_io.h"
+#include "base/plist_io.h"
 #include "synth/bundle_builder.h"
 #include "synth/sample_bundles.h"
 #include "synth/temp_dir.h"

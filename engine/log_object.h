@@ -15,8 +15,8 @@
 #include <string>
 #include <string_view>
 
-#include "engine/format.h"
-#include "engine/value.h"
+#include "base/format.h"
+#include "base/value.h"
 
 namespace velmar {
 

@@ -1,6 +1,6 @@
 #include "engine/property_list.h"
 
-#include "engine/plist_io.h"
+#include "base/plist_io.h"
 
 namespace velmar {
 

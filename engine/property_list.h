@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/value.h"
+#include "base/value.h"
 
 namespace velmar {
 

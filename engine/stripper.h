@@ -21,7 +21,7 @@
 #include <unordered_map>
 #include <utility>
 
-#include "engine/value.h"
+#include "base/value.h"
 
 namespace velmar {
 

@@ -5,7 +5,7 @@
 #include <map>
 #include <system_error>
 
-#include "engine/plist_io.h"
+#include "base/plist_io.h"
 
 namespace velmar::synth {
 

@@ -38,7 +38,7 @@
 #include <utility>
 #include <vector>
 
-#include "engine/value.h"
+#include "base/value.h"
 
 namespace velmar::synth {
 

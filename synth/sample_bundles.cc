@@ -6,7 +6,7 @@
 #include <set>
 
 #include "engine/collection_extras.h"
-#include "engine/format.h"
+#include "base/format.h"
 
 namespace velmar::synth {
 

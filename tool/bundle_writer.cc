@@ -12,13 +12,13 @@
 #include <unordered_set>
 
 #include "engine/log_object.h"
-#include "engine/plist_io.h"
+#include "base/plist_io.h"
 #include "tool/disk_image.h"
 #include "tool/exit_status.h"
 #include "tool/file_copy.h"
 #include "tool/safe_path.h"
 #include "tool/staging_area.h"
-#include "tool/unique_fd.h"
+#include "base/unique_fd.h"
 
 namespace velmar::tool {
 

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "engine/stripper.h"
-#include "engine/value.h"
+#include "base/value.h"
 #include "tool/command_line.h"
 
 namespace velmar::tool {

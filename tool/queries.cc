@@ -6,7 +6,7 @@
 
 #include "engine/collection_extras.h"
 #include "engine/log_object.h"
-#include "engine/plist_io.h"
+#include "base/plist_io.h"
 #include "tool/engine_choice.h"
 #include "tool/exit_status.h"
 #include "tool/source_bundle.h"

@@ -11,7 +11,7 @@
 
 #include <deque>
 
-#include "tool/unique_fd.h"
+#include "base/unique_fd.h"
 
 namespace velmar::tool {
 

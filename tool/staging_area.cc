@@ -13,7 +13,7 @@
 
 #include "engine/log_object.h"
 #include "tool/safe_path.h"
-#include "tool/unique_fd.h"
+#include "base/unique_fd.h"
 
 namespace velmar::tool {
 

@@ -4,7 +4,7 @@
 #include <QProcess>
 
 #include "app/task_helper.h"
-#include "engine/format.h"
+#include "base/format.h"
 
 namespace velmar::app {
 

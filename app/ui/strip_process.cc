@@ -2,7 +2,7 @@
 
 #include <QStringList>
 
-#include "engine/format.h"
+#include "base/format.h"
 
 namespace velmar::app {
 

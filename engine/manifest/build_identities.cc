@@ -7,7 +7,7 @@
 #include <filesystem>
 
 #include "engine/collection_extras.h"
-#include "engine/format.h"
+#include "base/format.h"
 #include "engine/manifest/stripper3.h"
 
 namespace velmar {

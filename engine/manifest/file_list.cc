@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "engine/collection_extras.h"
-#include "engine/format.h"
+#include "base/format.h"
 #include "engine/log_object.h"
 #include "engine/manifest/stripper3.h"
 

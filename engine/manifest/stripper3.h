@@ -24,7 +24,7 @@
 #include "engine/property_list.h"
 #include "engine/stripper.h"
 #include "engine/support/support_host.h"
-#include "engine/value.h"
+#include "base/value.h"
 
 namespace velmar {
 

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <initializer_list>
 
-#include "engine/value.h"
+#include "base/value.h"
 
 namespace velmar {
 

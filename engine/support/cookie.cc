@@ -6,7 +6,7 @@
 #include <iterator>
 
 #include "engine/collection_extras.h"
-#include "engine/format.h"
+#include "base/format.h"
 #include "engine/log_object.h"
 
 namespace velmar {

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "engine/support/support_host.h"
-#include "engine/value.h"
+#include "base/value.h"
 
 namespace velmar {
 

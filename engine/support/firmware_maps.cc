@@ -4,12 +4,12 @@
 #include <cstring>
 
 #include "engine/collection_extras.h"
-#include "engine/file_bytes.h"
-#include "engine/format.h"
+#include "base/file_bytes.h"
+#include "base/format.h"
 #include "engine/log_object.h"
 #include "engine/support/bundle_files.h"
 #include "engine/support/work_entry.h"
-#include "engine/utf8.h"
+#include "base/utf8.h"
 
 namespace velmar {
 

@@ -13,7 +13,7 @@
 #include <string_view>
 
 #include "engine/support/support_host.h"
-#include "engine/value.h"
+#include "base/value.h"
 
 namespace velmar {
 

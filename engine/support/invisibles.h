@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "engine/support/support_host.h"
-#include "engine/value.h"
+#include "base/value.h"
 
 namespace velmar {
 

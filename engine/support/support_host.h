@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "engine/property_list.h"
-#include "engine/value.h"
+#include "base/value.h"
 
 namespace velmar {
 

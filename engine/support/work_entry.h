@@ -6,7 +6,7 @@
 #define VELMAR_ENGINE_SUPPORT_WORK_ENTRY_H_
 
 #include "engine/support/support_host.h"
-#include "engine/value.h"
+#include "base/value.h"
 
 namespace velmar {
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "engine/plist_io.h"
+#include "base/plist_io.h"
 
 namespace velmar::app {
 namespace {

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "engine/plist_io.h"
+#include "base/plist_io.h"
 #include "synth/temp_dir.h"
 #include "tests/app/app_test_support.h"
 

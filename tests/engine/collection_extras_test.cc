@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "engine/plist_io.h"
+#include "base/plist_io.h"
 #include "engine/property_list.h"
 #include "synth/temp_dir.h"
 #include "tests/engine/test_support.h"

@@ -10,17 +10,10 @@
 #include <utility>
 
 #include "engine/log_object.h"
-#include "engine/value.h"
+#include "base/value.h"
+#include "tests/base/value_literals.h"
 
 namespace velmar::testing {
-
-inline Value dictOf(std::initializer_list<std::pair<const char*, Value>> items) {
-  Value d = Value::makeDict();
-  for (const auto& [key, value] : items) d.set(key, value);
-  return d;
-}
-inline Value setOf(std::initializer_list<Value> items) { return Value::makeSet(items); }
-inline Value arrayOf(std::initializer_list<Value> items) { return Value::makeArray(items); }
 
 inline const std::string& logText() { return LogObject::sharedLogger().historicalLog(); }
 // The log so far; the next test phase starts with an empty one.

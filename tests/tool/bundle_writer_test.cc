@@ -6,7 +6,7 @@
 #include <unistd.h>
 
 #include "engine/log_object.h"
-#include "engine/plist_io.h"
+#include "base/plist_io.h"
 #include "synth/temp_dir.h"
 #include "tests/tool/tool_test_support.h"
 #include "tool/disk_image.h"

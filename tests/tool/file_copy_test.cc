@@ -7,7 +7,7 @@
 
 #include "synth/temp_dir.h"
 #include "tests/tool/tool_test_support.h"
-#include "tool/unique_fd.h"
+#include "base/unique_fd.h"
 
 namespace velmar::tool {
 namespace {

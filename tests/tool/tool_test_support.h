@@ -16,8 +16,8 @@
 #include <string>
 #include <vector>
 
-#include "engine/plist_io.h"
-#include "engine/value.h"
+#include "base/plist_io.h"
+#include "base/value.h"
 
 namespace velmar::tool::testing {
 

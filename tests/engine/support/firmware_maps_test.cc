@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "engine/plist_io.h"
+#include "base/plist_io.h"
 #include "tests/engine/support/fake_support_host.h"
 
 namespace velmar::testing {

@@ -1,4 +1,4 @@
-#include "engine/plist_io.h"
+#include "base/plist_io.h"
 
 #include <plist/plist.h>
 #include <sys/stat.h>
@@ -7,7 +7,7 @@
 #include <limits>
 #include <memory>
 
-#include "engine/file_bytes.h"
+#include "base/file_bytes.h"
 
 namespace velmar {
 

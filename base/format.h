@@ -5,8 +5,8 @@
 // is converted the way a reader would expect (a number for %@ prints its
 // decimal text, a string for %d prints 0).
 
-#ifndef VELMAR_ENGINE_FORMAT_H_
-#define VELMAR_ENGINE_FORMAT_H_
+#ifndef VELMAR_BASE_FORMAT_H_
+#define VELMAR_BASE_FORMAT_H_
 
 #include <cstdint>
 #include <string>
@@ -14,7 +14,7 @@
 #include <variant>
 #include <vector>
 
-#include "engine/value.h"
+#include "base/value.h"
 
 namespace velmar {
 
@@ -48,4 +48,4 @@ std::string format(std::string_view fmt, const Args&... args) {
 
 }  // namespace velmar
 
-#endif  // VELMAR_ENGINE_FORMAT_H_
+#endif  // VELMAR_BASE_FORMAT_H_

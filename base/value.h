@@ -15,8 +15,8 @@
 // members sorted (see Value::compare) so that everything logged from a set is
 // stable from run to run.
 
-#ifndef VELMAR_ENGINE_VALUE_H_
-#define VELMAR_ENGINE_VALUE_H_
+#ifndef VELMAR_BASE_VALUE_H_
+#define VELMAR_BASE_VALUE_H_
 
 #include <cstdint>
 #include <initializer_list>
@@ -227,6 +227,11 @@ class Dict {
 
 inline Dict Value::dict() && { return dict(); }
 
+// The members' descriptions in enumeration order joined by ", ". Sets
+// enumerate sorted. Not a collection: its description.
+std::string niceDescription(const Value& collection);
+
+
 }  // namespace velmar
 
-#endif  // VELMAR_ENGINE_VALUE_H_
+#endif  // VELMAR_BASE_VALUE_H_

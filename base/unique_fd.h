@@ -1,13 +1,13 @@
 // A file descriptor closed when it goes out of scope.
 
-#ifndef VELMAR_TOOL_UNIQUE_FD_H_
-#define VELMAR_TOOL_UNIQUE_FD_H_
+#ifndef VELMAR_BASE_UNIQUE_FD_H_
+#define VELMAR_BASE_UNIQUE_FD_H_
 
 #include <unistd.h>
 
 #include <utility>
 
-namespace velmar::tool {
+namespace velmar {
 
 class UniqueFd {
  public:
@@ -41,6 +41,6 @@ class UniqueFd {
   int fd_ = -1;
 };
 
-}  // namespace velmar::tool
+}  // namespace velmar
 
-#endif  // VELMAR_TOOL_UNIQUE_FD_H_
+#endif  // VELMAR_BASE_UNIQUE_FD_H_

@@ -1,7 +1,7 @@
 // UTF-8 well-formedness, for text read from files and pipes.
 
-#ifndef VELMAR_ENGINE_UTF8_H_
-#define VELMAR_ENGINE_UTF8_H_
+#ifndef VELMAR_BASE_UTF8_H_
+#define VELMAR_BASE_UTF8_H_
 
 #include <cstddef>
 #include <string_view>
@@ -19,4 +19,4 @@ size_t incompleteUtf8Tail(std::string_view bytes);
 
 }  // namespace velmar
 
-#endif  // VELMAR_ENGINE_UTF8_H_
+#endif  // VELMAR_BASE_UTF8_H_

@@ -1,12 +1,12 @@
 // Reading and writing property lists (XML and binary) through libplist.
 
-#ifndef VELMAR_ENGINE_PLIST_IO_H_
-#define VELMAR_ENGINE_PLIST_IO_H_
+#ifndef VELMAR_BASE_PLIST_IO_H_
+#define VELMAR_BASE_PLIST_IO_H_
 
 #include <string>
 #include <string_view>
 
-#include "engine/value.h"
+#include "base/value.h"
 
 namespace velmar {
 
@@ -27,4 +27,4 @@ std::string toBinary(const Value& v);
 
 }  // namespace velmar
 
-#endif  // VELMAR_ENGINE_PLIST_IO_H_
+#endif  // VELMAR_BASE_PLIST_IO_H_

@@ -1,8 +1,8 @@
 // Reading a whole file into memory, for the small files the engines and the
 // application read as one piece (property lists, map files, the log file).
 
-#ifndef VELMAR_ENGINE_FILE_BYTES_H_
-#define VELMAR_ENGINE_FILE_BYTES_H_
+#ifndef VELMAR_BASE_FILE_BYTES_H_
+#define VELMAR_BASE_FILE_BYTES_H_
 
 #include <string>
 
@@ -14,4 +14,4 @@ int readFileBytes(const std::string& path, std::string* bytes);
 
 }  // namespace velmar
 
-#endif  // VELMAR_ENGINE_FILE_BYTES_H_
+#endif  // VELMAR_BASE_FILE_BYTES_H_

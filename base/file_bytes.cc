@@ -1,4 +1,4 @@
-#include "engine/file_bytes.h"
+#include "base/file_bytes.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

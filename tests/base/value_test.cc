@@ -1,11 +1,10 @@
-#include "engine/value.h"
+#include "base/value.h"
 
 #include <gtest/gtest.h>
 
-#include "engine/collection_extras.h"
-#include "engine/format.h"
-#include "engine/plist_io.h"
-#include "tests/engine/test_support.h"
+#include "base/format.h"
+#include "base/plist_io.h"
+#include "tests/base/value_literals.h"
 
 namespace velmar {
 namespace {

@@ -1,11 +1,10 @@
-#include "engine/value.h"
+#include "base/value.h"
 
 #include <charconv>
 #include <cmath>
 #include <ctime>
 #include <variant>
 
-#include "engine/collection_extras.h"
 
 namespace velmar {
 
@@ -440,6 +439,23 @@ bool Dict::operator==(const Dict& other) const {
     if (!o || !(*o == v)) return false;
   }
   return true;
+}
+
+std::string niceDescription(const Value& collection) {
+  if (!collection.isArray() && !collection.isSet()) return collection.description();
+  std::string out;
+  bool first = true;
+  auto add = [&](const Value& v) {
+    if (!first) out += ", ";
+    first = false;
+    out += v.description();
+  };
+  if (collection.isSet()) {
+    for (const Value& v : collection.setItems()) add(v);
+  } else {
+    for (const Value& v : collection.arr()) add(v);
+  }
+  return out;
 }
 
 }  // namespace velmar
