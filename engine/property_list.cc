@@ -1,5 +1,6 @@
 #include "engine/property_list.h"
 
+#include "base/bundle_plist.h"
 #include "base/plist_io.h"
 
 namespace velmar {
@@ -15,7 +16,12 @@ std::unique_ptr<PropertyList> PropertyList::propertyListLoadWithPath(const std::
 bool PropertyList::load() {
   if (!plistPath_) return false;
   if (loaded_) return true;
-  Value root = mutableDictionaryAtPath(*plistPath_);
+  Value root;
+  if (view_) {
+    if (readBundlePropertyList(*view_, *plistPath_, &root) != 0) return false;
+  } else {
+    root = mutableDictionaryAtPath(*plistPath_);
+  }
   if (root.isNull()) return false;
   entries_ = std::move(root);
   setLoaded(true);

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "base/bundle_view.h"
 #include "base/value.h"
 
 namespace velmar {
@@ -23,7 +24,10 @@ class PropertyList {
   using LoadedObserver = std::function<void(bool newValue)>;
 
   PropertyList() = default;
+  // A file named by an absolute path.
   explicit PropertyList(std::optional<std::string> path) : plistPath_(std::move(path)) {}
+  // A bundle file, read through the bundle's view (which must outlive this).
+  PropertyList(BundleView* view, std::string path) : plistPath_(std::move(path)), view_(view) {}
   PropertyList(const PropertyList&) = delete;
   PropertyList& operator=(const PropertyList&) = delete;
 
@@ -48,6 +52,7 @@ class PropertyList {
 
  private:
   std::optional<std::string> plistPath_;
+  BundleView* view_ = nullptr;
   bool loaded_ = false;
   Value entries_;
   std::vector<std::pair<int, LoadedObserver>> observers_;

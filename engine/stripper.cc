@@ -29,4 +29,9 @@ Status Stripper::performWork(const Value& unused) {
   return status;
 }
 
+void Stripper::openBundleView(const std::string& path) {
+  if (view_ && view_->location() == path) return;
+  view_ = openFolderView(path);
+}
+
 }  // namespace velmar

@@ -15,12 +15,14 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
 
+#include "base/bundle_view.h"
 #include "base/value.h"
 
 namespace velmar {
@@ -52,6 +54,12 @@ class Stripper {
   virtual Value strippedManifest() { return Value(); }
   virtual Value modifiedFiles() { return Value(); }
 
+  // The bundle the engine reads, every read going through it. A caller that
+  // has a view already (an image, say) hands it over before initWithPath;
+  // otherwise initWithPath opens the folder at its path.
+  void useBundleView(std::shared_ptr<BundleView> view) { view_ = std::move(view); }
+  BundleView& bundleView() { return *view_; }
+
   bool verbose() const { return verbose_; }
   void setVerbose(bool on) { verbose_ = on; }
 
@@ -70,7 +78,11 @@ class Stripper {
 
   Value workList_ = Value::makeArray();
 
+  // Keeps a view handed over for `path`, or opens the folder there.
+  void openBundleView(const std::string& path);
+
  private:
+  std::shared_ptr<BundleView> view_;
   bool verbose_ = false;
 };
 

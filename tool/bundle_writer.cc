@@ -16,7 +16,7 @@
 #include "tool/disk_image.h"
 #include "tool/exit_status.h"
 #include "tool/file_copy.h"
-#include "tool/safe_path.h"
+#include "base/safe_path.h"
 #include "tool/staging_area.h"
 #include "base/unique_fd.h"
 

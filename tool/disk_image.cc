@@ -16,7 +16,7 @@
 
 #include "engine/collection_extras.h"
 #include "engine/log_object.h"
-#include "tool/safe_path.h"
+#include "base/safe_path.h"
 
 extern char** environ;
 

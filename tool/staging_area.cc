@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "engine/log_object.h"
-#include "tool/safe_path.h"
+#include "base/safe_path.h"
 #include "base/unique_fd.h"
 
 namespace velmar::tool {

@@ -10,7 +10,7 @@
 #include "tool/engine_choice.h"
 #include "tool/exit_status.h"
 #include "tool/queries.h"
-#include "tool/safe_path.h"
+#include "base/safe_path.h"
 #include "tool/source_bundle.h"
 
 namespace velmar::tool {

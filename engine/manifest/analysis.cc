@@ -20,12 +20,11 @@ std::string productNameForDeviceClass(const std::string& deviceClass) {
 Value Stripper3::fetchKnownProductInfoFromBundle(const Value& bundlePath) {
   if (!bundlePath.isString()) return Value();
   LogObject& log = LogObject::sharedLogger();
-  const std::string root = bundlePath.str();
 
   // The device classes the manifest builds for; without a readable manifest
   // every device class of the map counts.
   Value deviceClasses;
-  PropertyList manifest(root + "/Restore/BuildManifest.plist");
+  PropertyList manifest(&bundleView(), "Restore/BuildManifest.plist");
   if (!manifest.load()) {
     log.Log("XXX ERROR: BuildManifest.plist fail to read.");
   } else {
@@ -34,7 +33,7 @@ Value Stripper3::fetchKnownProductInfoFromBundle(const Value& bundlePath) {
       deviceClasses.append(identity.valueForKeyPath("Info.DeviceClass"));
   }
 
-  PropertyList deviceMap(root + "/Restore/Firmware/Device_map.plist");
+  PropertyList deviceMap(&bundleView(), "Restore/Firmware/Device_map.plist");
   if (!deviceMap.load()) {
     log.Log("XXX ERROR: Device_map.plist cannot be read.");
     return Value();

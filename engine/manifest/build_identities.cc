@@ -1,10 +1,7 @@
 // The two-level identity index (device class, then variant), the rewritten
 // build manifest, and the listing and keep-list services the steps share.
 
-#include <dirent.h>
-
 #include <algorithm>
-#include <filesystem>
 
 #include "engine/collection_extras.h"
 #include "base/format.h"
@@ -16,23 +13,6 @@ namespace {
 
 // The reference keys: a variant names the variant it is built on here.
 const char* const kReferenceKeys[] = {"MacOSVariant"};
-
-// Direct entries of a folder, without "." and "..", sorted by name so that
-// every file system lists a bundle the same way and logs stay stable. Null
-// when the folder cannot be listed.
-Value listDirectory(const std::string& path) {
-  DIR* dir = opendir(path.c_str());
-  if (!dir) return Value();
-  Value names = Value::makeArray();
-  while (struct dirent* e = readdir(dir)) {
-    std::string name = e->d_name;
-    if (name == "." || name == "..") continue;
-    names.append(name);
-  }
-  closedir(dir);
-  std::sort(names.arrMut().begin(), names.arrMut().end(), Value::Less());
-  return names;
-}
 
 }  // namespace
 
@@ -83,23 +63,15 @@ int32_t Stripper3::stripBuildManifest(Value& entry) {
 
 std::vector<std::string> Stripper3::submanifestStartingAt(const std::string& folder, bool deep) {
   std::vector<std::string> paths;
-  const std::string absolute = folder.empty() ? bundleRoot_ : bundleRoot_ + "/" + folder;
-  if (deep) {
-    namespace fs = std::filesystem;
-    std::error_code ec;
-    fs::recursive_directory_iterator it(absolute, fs::directory_options::none, ec);
-    if (ec) return paths;
-    for (auto end = fs::recursive_directory_iterator(); it != end; it.increment(ec)) {
-      if (ec) break;
-      std::string rel = it->path().lexically_relative(absolute).string();
-      paths.push_back(appendingPathComponent(folder, rel));
-    }
-    return paths;
-  }
+  if (deep) return listTree(bundleView(), folder);
+  // Names sorted by bytes, so every file system lists a bundle the same way
+  // and logs stay stable.
   Value names = shallowPathContentsCache_.get(folder);
   if (names.isNull()) {
-    names = listDirectory(absolute);
-    if (names.isNull()) return paths;
+    std::vector<FolderEntry> entries;
+    if (bundleView().listFolder(folder, &entries) != 0) return paths;
+    names = Value::makeArray();
+    for (const FolderEntry& entry : entries) names.append(entry.name);
     shallowPathContentsCache_.set(folder, names);
   }
   for (const Value& name : names.arr()) paths.push_back(appendingPathComponent(folder, name.str()));

@@ -58,6 +58,17 @@ std::unique_ptr<Stripper3> Stripper3::stripperForPath(const std::string& path, c
   return engine;
 }
 
+std::unique_ptr<Stripper3> Stripper3::stripperForView(std::shared_ptr<BundleView> view,
+                                                      const Value& products,
+                                                      const Value& factoryVariants,
+                                                      const Value& options) {
+  auto engine = std::make_unique<Stripper3>();
+  const std::string path = view->location();
+  engine->useBundleView(std::move(view));
+  engine->initWithPath(path, products, factoryVariants, options);
+  return engine;
+}
+
 Value Stripper3::queryExcludeFileName(const std::string& toolName) const {
   return tables().queryExcludeFileName(toolName);
 }
@@ -67,6 +78,7 @@ Value Stripper3::queryExcludeFileName(const std::string& toolName) const {
 void Stripper3::initWithPath(const std::string& path, const Value& products,
                              const Value& factoryVariants, const Value& options) {
   bundleRoot_ = path;
+  openBundleView(path);
   stripInfo_ = Value::makeDict();
   stripInfo_.set("BundleRoot", path);
   if (!products.isNull()) stripInfo_.set("Products", products);
@@ -75,13 +87,13 @@ void Stripper3::initWithPath(const std::string& path, const Value& products,
   stripOptions_ = Value::makeDict();
   for (const auto& [key, value] : options.dict()) stripOptions_.set(key, value);
 
-  buildManifest_ = std::make_unique<PropertyList>(appendingPathComponent(bundleRoot_, "Restore/BuildManifest.plist"));
+  buildManifest_ = std::make_unique<PropertyList>(&bundleView(), "Restore/BuildManifest.plist");
   // The identity index is built the moment the manifest first loads,
   // whichever question triggers the load.
   buildManifestObserver_ = buildManifest_->addLoadedObserver([this](bool loaded) {
     if (loaded) buildHierarchicalBuildIdentities();
   });
-  restorePlist_ = std::make_unique<PropertyList>(appendingPathComponent(bundleRoot_, "Restore/Restore.plist"));
+  restorePlist_ = std::make_unique<PropertyList>(&bundleView(), "Restore/Restore.plist");
 
   strippedBuildIdentities_ = Value::makeDict();
   restoreImagesSet_ = Value::makeSet();

@@ -34,6 +34,11 @@ class Stripper3 : public Stripper, private SupportHost {
   static std::unique_ptr<Stripper3> stripperForPath(const std::string& path, const Value& products,
                                                     const Value& factoryVariants,
                                                     const Value& options);
+  // The same for a bundle already open as a view (a folder or an image).
+  static std::unique_ptr<Stripper3> stripperForView(std::shared_ptr<BundleView> view,
+                                                    const Value& products,
+                                                    const Value& factoryVariants,
+                                                    const Value& options);
   // The class's own tables, built on first use.
   static BuiltInTables& tables();
   // Builds what is not built yet; calling it again changes nothing.
@@ -117,6 +122,7 @@ class Stripper3 : public Stripper, private SupportHost {
   // SupportHost
   bool legacyMessages() const override { return false; }
   std::string supportBundleRoot() const override { return bundleRoot_; }
+  BundleView& supportBundleView() override { return bundleView(); }
   const Value& supportOptions() const override { return stripOptions_; }
   const Value& supportProductsTable() const override { return tables().knownProducts; }
   std::vector<std::string> listFolder(const std::string& folder, bool deep) override {

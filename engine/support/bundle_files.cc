@@ -1,55 +1,23 @@
 #include "engine/support/bundle_files.h"
 
-#include <dirent.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-
 namespace velmar {
 
-std::string bundlePath(const std::string& root, const std::string& relative) {
-  if (relative.empty()) return root;
-  if (root.empty()) return relative;
-  if (root.back() == '/') return root + relative;
-  return root + "/" + relative;
+bool existsInBundle(BundleView& view, const std::string& relative) {
+  return existsInView(view, relative);
 }
 
-bool existsInBundle(const std::string& root, const std::string& relative) {
-  struct stat info;
-  return ::stat(bundlePath(root, relative).c_str(), &info) == 0;
+std::optional<std::string> linkTargetInBundle(BundleView& view, const std::string& relative) {
+  EntryInfo info;
+  if (view.entryInfo(relative, &info) != 0 || info.kind != EntryKind::Link) return std::nullopt;
+  return info.linkTarget;
 }
 
-std::optional<std::string> linkTargetInBundle(const std::string& root, const std::string& relative) {
-  const std::string path = bundlePath(root, relative);
-  struct stat info;
-  if (::lstat(path.c_str(), &info) != 0 || !S_ISLNK(info.st_mode)) return std::nullopt;
-  // st_size is the target's length, but procfs-like files report 0; grow
-  // until the target fits.
-  std::string target(info.st_size > 0 ? static_cast<size_t>(info.st_size) + 1 : 256, '\0');
-  for (;;) {
-    ssize_t n = ::readlink(path.c_str(), target.data(), target.size());
-    if (n < 0) return std::nullopt;
-    if (static_cast<size_t>(n) < target.size()) {
-      target.resize(static_cast<size_t>(n));
-      return target;
-    }
-    target.resize(target.size() * 2);
-  }
-}
-
-std::vector<std::string> namesOnDisk(const std::string& root, const std::string& relative) {
+std::vector<std::string> namesOnDisk(BundleView& view, const std::string& relative) {
+  std::vector<FolderEntry> entries;
   std::vector<std::string> names;
-  DIR* dir = ::opendir(bundlePath(root, relative).c_str());
-  if (!dir) return names;
-  while (struct dirent* entry = ::readdir(dir)) {
-    std::string name = entry->d_name;
-    if (name != "." && name != "..") names.push_back(std::move(name));
-  }
-  ::closedir(dir);
-  std::sort(names.begin(), names.end());
+  if (view.listFolder(relative, &entries) != 0) return names;
+  for (FolderEntry& entry : entries) names.push_back(std::move(entry.name));
   return names;
 }
-
 
 }  // namespace velmar

@@ -28,9 +28,9 @@ bool equalsAnyIgnoringCase(std::string_view name, const Value& names) {
 
 // Reads a whole file as UTF-8 text. On failure *error says why, in the
 // words a user is shown when a document cannot be opened.
-bool readUtf8Text(const std::string& path, std::string* text, std::string* error) {
+bool readUtf8Text(BundleView& view, const std::string& path, std::string* text, std::string* error) {
   const std::string name(lastPathComponent(path));
-  const int err = readFileBytes(path, text);
+  const int err = view.readFile(path, kMaxMapTextBytes, text);
   if (err == EACCES || err == EPERM) {
     *error = format(
         "The file \u201c%@\u201d couldn\u2019t be opened because you don\u2019t have "
@@ -39,7 +39,7 @@ bool readUtf8Text(const std::string& path, std::string* text, std::string* error
     return false;
   }
   if (err != 0) {
-    *error = format("The file \u201c%@\u201d couldn\u2019t be opened: %s.", name, std::strerror(err));
+    *error = format("The file \u201c%@\u201d couldn\u2019t be opened: %@.", name, describeViewError(err));
     return false;
   }
   if (!isValidUtf8(*text)) {
@@ -71,14 +71,14 @@ struct MapTextFile {
 
 int32_t stripMapText(SupportHost& host, const MapTextFile& file, const Value& names) {
   LogObject& log = LogObject::sharedLogger();
-  const std::string root = host.supportBundleRoot();
+  BundleView& root = host.supportBundleView();
   if (!existsInBundle(root, file.path)) {
     log.Log(file.missingWarning);
     return 0;
   }
   std::string text;
   std::string error;
-  if (!readUtf8Text(bundlePath(root, file.path), &text, &error)) {
+  if (!readUtf8Text(root, file.path, &text, &error)) {
     log.Log(file.unreadableWarning, error);
     return 0;
   }

@@ -31,7 +31,7 @@ int32_t scrubFolder(SupportHost& host, const char* option, const char* folder, c
 int32_t keepLinkedImage(SupportHost& host, const char* option, const char* link, const char* foundMessage,
                         const char* scrubMessage) {
   LogObject& log = LogObject::sharedLogger();
-  std::optional<std::string> target = linkTargetInBundle(host.supportBundleRoot(), link);
+  std::optional<std::string> target = linkTargetInBundle(host.supportBundleView(), link);
   if (boolForKey(host.supportOptions(), option)) {
     if (target) {
       log.Log(foundMessage, *target);
@@ -153,7 +153,7 @@ int32_t stripFactoryDiskImage(SupportHost& host, const Value& entry) {
   static const char kImage[] = "FactoryDiskImage.dmg";
   static const char kSignature[] = "FactoryDiskImage.dmg.signature";
   LogObject& log = LogObject::sharedLogger();
-  const std::string root = host.supportBundleRoot();
+  BundleView& root = host.supportBundleView();
   if (existsInBundle(root, kImage) && existsInBundle(root, kSignature)) {
     log.Log("+++ FactoryDiskImage and signature file found.");
     host.keepPaths({kImage, kSignature});

@@ -39,7 +39,7 @@ void keepRemainingImages(SupportHost& host, const std::vector<std::string>& imag
 }
 
 int32_t stripRestoreToolsManifest(SupportHost& host) {
-  const std::string root = host.supportBundleRoot();
+  BundleView& root = host.supportBundleView();
   if (std::optional<std::string> target = linkTargetInBundle(root, kRestoreToolsImage)) {
     LogObject::sharedLogger().Log("+++ RestoreTools found %@.", *target);
     host.keepPaths({*target, kRestoreToolsImage});
@@ -56,7 +56,7 @@ int32_t stripRestoreToolsManifest(SupportHost& host) {
 // target is part of the bundle it listed at the start.
 int32_t stripRestoreToolsLegacy(SupportHost& host) {
   LogObject& log = LogObject::sharedLogger();
-  const std::string root = host.supportBundleRoot();
+  BundleView& root = host.supportBundleView();
   std::vector<std::string> candidates = diskImageCandidates(namesOnDisk(root, ""));
   std::vector<std::string> working = candidates;
   std::optional<std::string> toolsTarget;

@@ -25,6 +25,8 @@ class SupportHost {
   virtual bool legacyMessages() const = 0;
 
   virtual std::string supportBundleRoot() const = 0;
+  // The bundle, for every read a step makes.
+  virtual BundleView& supportBundleView() = 0;
   // The engine's options dictionary.
   virtual const Value& supportOptions() const = 0;
   // The engine class's known-products table.
@@ -40,8 +42,8 @@ class SupportHost {
   // The legacy engine reads through its own reader, which notes failures in
   // verbose mode.
   virtual Value readBundlePropertyList(const std::string& path) {
-    auto list = PropertyList::propertyListLoadWithPath(supportBundleRoot() + "/" + path);
-    return list ? list->entries() : Value();
+    PropertyList list(&supportBundleView(), path);
+    return list.load() ? list.entries() : Value();
   }
 
   // Keeps the paths, in order. The legacy engine keeps one partial list per

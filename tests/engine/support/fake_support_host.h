@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,10 @@ class FakeSupportHost : public SupportHost {
 
   bool legacyMessages() const override { return legacy_; }
   std::string supportBundleRoot() const override { return root_; }
+  BundleView& supportBundleView() override {
+    if (!view_) view_ = openFolderView(root_);
+    return *view_;
+  }
   const Value& supportOptions() const override { return options; }
   const Value& supportProductsTable() const override { return products; }
   std::vector<std::string> listFolder(const std::string& folder, bool deep) override {
@@ -64,6 +69,7 @@ class FakeSupportHost : public SupportHost {
 
  private:
   std::string root_;
+  std::unique_ptr<BundleView> view_;
   bool legacy_;
 };
 

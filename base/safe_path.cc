@@ -1,4 +1,4 @@
-#include "tool/safe_path.h"
+#include "base/safe_path.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -13,7 +13,7 @@
 
 #include "base/unique_fd.h"
 
-namespace velmar::tool {
+namespace velmar {
 
 namespace {
 
@@ -209,4 +209,4 @@ bool pathsOverlap(const std::string& a, const std::string& b) {
   return a == b || inside(a, b) || inside(b, a);
 }
 
-}  // namespace velmar::tool
+}  // namespace velmar

@@ -1,15 +1,15 @@
 // Paths handed over by an engine are data from an untrusted bundle: these
 // helpers check them and open them without ever leaving a root folder.
 
-#ifndef VELMAR_TOOL_SAFE_PATH_H_
-#define VELMAR_TOOL_SAFE_PATH_H_
+#ifndef VELMAR_BASE_SAFE_PATH_H_
+#define VELMAR_BASE_SAFE_PATH_H_
 
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-namespace velmar::tool {
+namespace velmar {
 
 // Why a bundle-relative path is refused ("is absolute", "has a \"..\"
 // component", ...), or empty when it is a plain relative path of named
@@ -52,6 +52,6 @@ std::optional<std::string> canonicalEntryPath(const std::string& path);
 // Whether one of two canonical paths is the other or lies inside it.
 bool pathsOverlap(const std::string& a, const std::string& b);
 
-}  // namespace velmar::tool
+}  // namespace velmar
 
-#endif  // VELMAR_TOOL_SAFE_PATH_H_
+#endif  // VELMAR_BASE_SAFE_PATH_H_

@@ -1,4 +1,4 @@
-#include "tool/safe_path.h"
+#include "base/safe_path.h"
 
 #include <errno.h>
 #include <fcntl.h>
