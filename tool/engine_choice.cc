@@ -1,7 +1,5 @@
 #include "tool/engine_choice.h"
 
-#include <sys/stat.h>
-
 #include "engine/log_object.h"
 #include "engine/manifest/stripper3.h"
 
@@ -15,22 +13,23 @@ const EngineClass* engineClassOf(const char* name) {
       name,
       &Engine::knownProducts,
       &Engine::knownFactoryVariants,
-      [](const std::string& path, const Value& products, const Value& variants,
+      [](std::shared_ptr<BundleView> bundle, const Value& products, const Value& variants,
          const Value& options) -> std::unique_ptr<Stripper> {
-        return Engine::stripperForPath(path, products, variants, options);
+        return Engine::stripperForView(std::move(bundle), products, variants, options);
       },
   };
   return &engineClass;
 }
 
-bool hasBuildManifest(const std::string& bundle) {
-  struct stat st;
-  return ::stat((bundle + "/Restore/BuildManifest.plist").c_str(), &st) == 0 && S_ISREG(st.st_mode);
+bool hasBuildManifest(BundleView& bundle) {
+  EntryInfo info;
+  return bundle.targetInfo("Restore/BuildManifest.plist", &info) == 0 &&
+         info.kind == EntryKind::File;
 }
 
 }  // namespace
 
-EngineChoice chooseEngine(EngineKind kind, const std::optional<std::string>& bundle) {
+EngineChoice chooseEngine(EngineKind kind, BundleView* bundle) {
   bool manifest = kind == EngineKind::Manifest ||
                   (kind == EngineKind::Auto && (!bundle || hasBuildManifest(*bundle)));
   if (manifest) return {engineClassOf<Stripper3>("Stripper3"), ""};
@@ -43,16 +42,17 @@ EngineChoice chooseEngine(EngineKind kind, const std::optional<std::string>& bun
                 "(Stripper2) it needs is not available in this velmarbs."};
 }
 
-std::unique_ptr<Stripper> createEngine(const ToolRequest& request, const std::string& bundleFolder,
+std::unique_ptr<Stripper> createEngine(const ToolRequest& request,
+                                       std::shared_ptr<BundleView> bundle,
                                        const EngineClass** chosen) {
-  EngineChoice choice = chooseEngine(request.engine, bundleFolder);
+  EngineChoice choice = chooseEngine(request.engine, bundle.get());
   if (!choice.engineClass) {
     LogObject::sharedLogger().Log(choice.error);
     return nullptr;
   }
   if (chosen) *chosen = choice.engineClass;
   std::unique_ptr<Stripper> engine = choice.engineClass->create(
-      bundleFolder, request.products, request.factoryVariants, request.options);
+      std::move(bundle), request.products, request.factoryVariants, request.options);
   engine->setVerbose(request.verbose);
   return engine;
 }

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "base/bundle_view.h"
 #include "engine/stripper.h"
 #include "base/value.h"
 #include "tool/command_line.h"
@@ -22,7 +23,7 @@ struct EngineClass {
   const char* name;
   std::vector<std::string> (*knownProducts)();
   std::vector<std::string> (*knownFactoryVariants)();
-  std::unique_ptr<Stripper> (*create)(const std::string& path, const Value& products,
+  std::unique_ptr<Stripper> (*create)(std::shared_ptr<BundleView> bundle, const Value& products,
                                       const Value& factoryVariants, const Value& options);
 };
 
@@ -32,15 +33,16 @@ struct EngineChoice {
   std::string error;
 };
 
-// `bundle` is the bundle folder, or nothing for a query without --source
-// (auto then means the manifest engine's class).
-EngineChoice chooseEngine(EngineKind kind, const std::optional<std::string>& bundle);
+// `bundle` is the source bundle, or null for a query without --source (auto
+// then means the manifest engine's class).
+EngineChoice chooseEngine(EngineKind kind, BundleView* bundle);
 
-// The engine a strip of the bundle folder uses for this request, created
+// The engine a strip of the bundle uses for this request, created
 // (which analyses the bundle) and set verbose as asked. Logs the choice's
 // error and answers nullptr when no engine class serves the bundle. The
 // class chosen goes to `*chosen` when given.
-std::unique_ptr<Stripper> createEngine(const ToolRequest& request, const std::string& bundleFolder,
+std::unique_ptr<Stripper> createEngine(const ToolRequest& request,
+                                       std::shared_ptr<BundleView> bundle,
                                        const EngineClass** chosen = nullptr);
 
 }  // namespace velmar::tool

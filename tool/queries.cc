@@ -33,7 +33,7 @@ int runQuery(const ToolRequest& request) {
   // Without a bundle the class's built-in tables answer.
   if (request.command == Command::KnownVariants ||
       (request.command == Command::KnownProducts && !request.source)) {
-    EngineChoice choice = chooseEngine(request.engine, std::nullopt);
+    EngineChoice choice = chooseEngine(request.engine, nullptr);
     if (!choice.engineClass) {
       log.Log(choice.error);
       return kExitUsage;
@@ -49,7 +49,7 @@ int runQuery(const ToolRequest& request) {
   // Creating the engine a strip would use analyses the bundle, which
   // narrows the class's products table to it.
   const EngineClass* engineClass = nullptr;
-  std::unique_ptr<Stripper> engine = createEngine(request, source.folder(), &engineClass);
+  std::unique_ptr<Stripper> engine = createEngine(request, source.view(), &engineClass);
   if (!engine) return kExitUsage;
 
   switch (request.command) {

@@ -25,6 +25,7 @@ int SourceBundle::open(const std::string& path) {
   }
   if (S_ISDIR(st.st_mode)) {
     folder_ = path;
+    view_ = openFolderView(folder_);
     return kExitSuccess;
   }
   if (S_ISREG(st.st_mode) && isDiskImagePath(path)) return unpack(path);
@@ -59,6 +60,7 @@ int SourceBundle::unpack(const std::string& image) {
     return kExitIO;
   }
   folder_ = *bundle;
+  view_ = openFolderView(folder_);
   return kExitSuccess;
 }
 

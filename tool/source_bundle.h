@@ -4,7 +4,10 @@
 #ifndef VELMAR_TOOL_SOURCE_BUNDLE_H_
 #define VELMAR_TOOL_SOURCE_BUNDLE_H_
 
+#include <memory>
 #include <string>
+
+#include "base/bundle_view.h"
 
 namespace velmar::tool {
 
@@ -21,6 +24,8 @@ class SourceBundle {
 
   // The bundle folder the engine reads.
   const std::string& folder() const { return folder_; }
+  // The bundle as every reader sees it.
+  std::shared_ptr<BundleView> view() const { return view_; }
   bool fromImage() const { return !unpackFolder_.empty(); }
 
  private:
@@ -28,6 +33,7 @@ class SourceBundle {
 
   std::string folder_;
   std::string unpackFolder_;
+  std::shared_ptr<BundleView> view_;
 };
 
 }  // namespace velmar::tool

@@ -76,7 +76,7 @@ int runStrip(const ToolRequest& request) {
 
   SourceBundle source;
   if (int status = source.open(*request.source)) return status;
-  std::unique_ptr<Stripper> engine = createEngine(request, source.folder());
+  std::unique_ptr<Stripper> engine = createEngine(request, source.view());
   if (!engine) return kExitUsage;
 
   int32_t status = engine->strip();
