@@ -106,7 +106,7 @@ if(TARGET velmarbs)
   install(FILES ${VELMAR_PACKAGING_DIR}/velmarbs.bash-completion
           DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME velmarbs)
 endif()
-install(FILES ${CMAKE_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES ${CMAKE_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/velmarbs)
 
 # --- The Debian package -------------------------------------------------------
 set(CPACK_GENERATOR DEB)
@@ -116,11 +116,11 @@ set(CPACK_PACKAGE_VENDOR "The VelmarBS developers")
 set(CPACK_PACKAGE_CONTACT "The VelmarBS developers <velmarbs@example.com>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "strip a firmware restore bundle down to what a station needs")
 set(CPACK_PACKAGE_DESCRIPTION
-    "A restore bundle is a folder, or a .dmg image holding one, of firmware for many boards.
-VelmarBS works out the subset that the given products (board codes) and
-factory stations use, rewrites the manifests and firmware map files to
-describe only it, and writes the stripped bundle with a cookie that records
-how it was made.
+    "A restore bundle is a folder, or a .dmg image holding one, of firmware
+for many boards. VelmarBS works out the subset that the given products
+(board codes) and factory stations use, rewrites the manifests and
+firmware map files to describe only it, and writes the stripped bundle
+with a cookie that records how it was made.
 
 The package holds the command-line tool velmarbs and the desktop
 application velmarbs-gui, which runs the tool and shows its output.")
