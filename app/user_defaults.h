@@ -47,8 +47,8 @@ inline constexpr char kDefaultMailRecipient[] = "velmarbs-logs@example.com";
 
 // The default of logFilePath for a given $XDG_STATE_HOME: "<it>/VelmarBS/
 // VelmarBS.log" when it is an absolute path, else kDefaultLogFilePath (the
-// base directory rules ignore a relative or empty value). The one-argument
-// form reads the environment.
+// base directory rules ignore a relative or empty value). Without an
+// argument it reads the environment.
 std::string defaultLogFilePath(const char* xdgStateHome);
 std::string defaultLogFilePath();
 

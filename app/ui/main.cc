@@ -19,6 +19,10 @@
 
 namespace {
 
+bool answersWithoutWindow(const velmar::app::LaunchOptions& launch) {
+  return launch.help || launch.version || launch.printToolPath;
+}
+
 // Words answered without a window, so they work where no display is.
 int answerWithoutWindow(int argc, char** argv, const velmar::app::LaunchOptions& launch) {
   if (launch.help) {
@@ -26,7 +30,8 @@ int answerWithoutWindow(int argc, char** argv, const velmar::app::LaunchOptions&
   } else if (launch.version) {
     std::printf("velmarbs-gui %s\n", VELMAR_VERSION);
   } else {
-    QCoreApplication core(argc, argv);
+    std::unique_ptr<QCoreApplication> core;
+    if (!QCoreApplication::instance()) core = std::make_unique<QCoreApplication>(argc, argv);
     std::printf("%s\n", velmar::app::findTool(QCoreApplication::applicationDirPath().toStdString()).c_str());
   }
   return 0;
@@ -39,8 +44,7 @@ int main(int argc, char** argv) {
   // is read again once the application has taken those out.
   velmar::app::LaunchOptions launch =
       velmar::app::parseLaunchArguments(std::vector<std::string>(argv + 1, argv + argc), QDir::currentPath().toStdString());
-  if (launch.error.empty() && (launch.help || launch.version || launch.printToolPath))
-    return answerWithoutWindow(argc, argv, launch);
+  if (launch.error.empty() && answersWithoutWindow(launch)) return answerWithoutWindow(argc, argv, launch);
 
   QApplication app(argc, argv);
   QApplication::setOrganizationName(QStringLiteral("VelmarBS"));
@@ -55,6 +59,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "%s\n", launch.error.c_str());
     return 2;
   }
+  if (answersWithoutWindow(launch)) return answerWithoutWindow(argc, argv, launch);
 
   velmar::app::LogController log;
   velmar::app::SettingsStore settings;
