@@ -83,8 +83,8 @@ std::string findTool(std::string_view executableFolder) {
   std::string prefix = parentFolder(folder);
   if (prefix == "/") prefix.clear();  // "/bin" gives "/libexec/..."
   std::vector<std::string> candidates = {
-      folder + "/" + kToolName,
       prefix + "/libexec/" + kToolName + "/" + kToolName,
+      folder + "/" + kToolName,
       prefix + "/libexec/" + kToolName,
   };
   for (const auto& candidate : candidates) {

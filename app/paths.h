@@ -38,10 +38,11 @@ bool itemExistsAtPath(std::string_view path);
 inline constexpr const char kToolName[] = "velmarbs";
 
 // The velmarbs executable for an application whose executable lies in
-// `executableFolder`: beside it (a build tree or a private bundle), else the
-// installed place <prefix>/libexec/velmarbs/velmarbs, else the file
-// <prefix>/libexec/velmarbs, where <prefix> is the folder above
-// `executableFolder`. When none is executable the first candidate is
+// `executableFolder`: the installed place <prefix>/libexec/velmarbs/velmarbs
+// first (an installed application runs its own copy, not whichever velmarbs
+// shares its bin folder), then beside it (a build tree or a private bundle),
+// else the file <prefix>/libexec/velmarbs, where <prefix> is the folder above
+// `executableFolder`. When none is executable the installed place is
 // returned, so the launch failure names the expected place.
 std::string findTool(std::string_view executableFolder);
 

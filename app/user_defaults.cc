@@ -7,6 +7,16 @@
 
 namespace velmar::app {
 
+std::string defaultLogFilePath(const char* xdgStateHome) {
+  if (!xdgStateHome || xdgStateHome[0] != '/') return kDefaultLogFilePath;
+  std::string folder = xdgStateHome;
+  while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
+  if (folder == "/") folder.clear();
+  return folder + "/VelmarBS/VelmarBS.log";
+}
+
+std::string defaultLogFilePath() { return defaultLogFilePath(std::getenv("XDG_STATE_HOME")); }
+
 const Value& registeredDefaults() {
   static const Value table = [] {
     Value d = Value::makeDict();
@@ -27,7 +37,7 @@ const Value& registeredDefaults() {
     d.set(kVariantsKey, Value::makeArray({"ss"}));
     d.set(kLastSourceSelectedKey, "~/Desktop");
     d.set(kDestinationPathKey, "~/Desktop");
-    d.set(kLogFilePathKey, kDefaultLogFilePath);
+    d.set(kLogFilePathKey, defaultLogFilePath());
     d.set(kMailLogRecipientsKey, Value::makeArray({kDefaultMailRecipient}));
     return d;
   }();

@@ -39,8 +39,18 @@ inline constexpr char kMailLogRecipientsKey[] = "mailLogRecipients";
 // Never registered, so it reads false until the user sets it.
 inline constexpr char kKeepBundleImagesKey[] = "keepBundleImages";
 
-inline constexpr char kDefaultLogFilePath[] = "~/Library/Logs/VelmarBS.log";
+// The log file's place when XDG_STATE_HOME is unset: the per-user state
+// folder of the XDG base directories, which is where Linux keeps logs that
+// outlive a run (settings stay in QSettings' place).
+inline constexpr char kDefaultLogFilePath[] = "~/.local/state/VelmarBS/VelmarBS.log";
 inline constexpr char kDefaultMailRecipient[] = "velmarbs-logs@example.com";
+
+// The default of logFilePath for a given $XDG_STATE_HOME: "<it>/VelmarBS/
+// VelmarBS.log" when it is an absolute path, else kDefaultLogFilePath (the
+// base directory rules ignore a relative or empty value). Without an
+// argument it reads the environment.
+std::string defaultLogFilePath(const char* xdgStateHome);
+std::string defaultLogFilePath();
 
 // The registered defaults, key to default value, in table order.
 // `keepDebugFirmware` and `knownproducts` are registered but read nowhere;

@@ -14,6 +14,11 @@ packages=(
   xorriso                            # writing .dmg target bundles
   xdg-utils                          # handing the log to the desktop's mail composer
   xvfb xauth                         # screenshots of the application in a virtual display
+  help2man                           # the manual pages, made from --help at build time
+  librsvg2-bin                       # rsvg-convert: the icon's PNG sizes, rendered at build time
+  dpkg-dev file                      # the package: dpkg-shlibdeps finds the libraries' packages
+  desktop-file-utils appstream       # checking the package's desktop entry and AppStream data
+  man-db                             # checking the package's manual pages with man -l
 )
 
 missing=()

@@ -230,43 +230,119 @@ ParsedCommandLine parseCommandLine(const std::vector<std::string>& args) {
 
 std::string versionText() { return std::string("velmarbs ") + VELMAR_VERSION; }
 
+// Laid out the way help2man reads it, since the manual page is made from it:
+// "Usage:"/"or:" lines for the synopsis, a paragraph of description, headed
+// blocks of indented words, and "Exit status:", "Files:", "Examples:".
 std::string usageText() {
-  return R"(usage: velmarbs --source BUNDLE [--target TARGET] [selection] [options]
-       velmarbs --knownProducts [--source BUNDLE]
-       velmarbs --knownvariants
-       velmarbs --validproducts --source BUNDLE [firmware words]
-       velmarbs --validvariants --product P --source BUNDLE [firmware words]
+  return R"(Usage: velmarbs --source BUNDLE [--target TARGET] [--product P]... [--factory V]... [OPTION]...
+  or:  velmarbs --knownProducts [--source BUNDLE]
+  or:  velmarbs --knownvariants
+  or:  velmarbs --validproducts --source BUNDLE [FIRMWARE OPTION]...
+  or:  velmarbs --validvariants --product P --source BUNDLE [FIRMWARE OPTION]...
+  or:  velmarbs --help | --version
+Strip a firmware restore bundle down to what the given products (board codes
+such as r13) and stations (factory variants such as ss) need, or tell which
+products and stations a bundle supports.
 
-Without --target the request is validated and nothing is written.
-BUNDLE is a folder holding Restore/ or a .dmg image of one; a TARGET ending
-in .dmg is written as a disk image.
+BUNDLE is a folder holding Restore/, or a .dmg disk image of one. Without
+--target the request is validated and nothing is written. With it the stripped
+bundle is built beside TARGET and renamed to TARGET only when complete; a
+failed run leaves nothing behind and never changes BUNDLE.
 
-selection:
-  --product P                 a product (board code); repeatable
-  --factory V                 a factory variant (station); repeatable
-options:
-  --keepDebug | --stripDebug
-  --keepBundleImages | --stripBundleImages
-  --keepRPKGs | --stripRPKGs
-  --keepHomeDiags | --stripHomeDiags
-  --keepSDK | --stripSDK
-  --keepDevFirmware | --stripDevFirmware     (firmware words)
-  --keepAPFirmware | --stripAPFirmware       (firmware words)
-  --noSymLinks                write links of the result as copies
-  --noCookie                  leave no cookie file
-  --personalized on|off
+Bundle and selection:
+  --source BUNDLE        the restore bundle to read
+  --target TARGET        where the stripped bundle goes: a folder, or a disk
+                         image when TARGET ends in .dmg
+  --product P            a product (board code) to keep; repeatable
+  --factory V            a station (factory variant) to keep; repeatable
+
+Queries, each printing one XML property list on standard output:
+  --knownProducts        the board codes the engine knows; with --source,
+                         those of BUNDLE
+  --knownvariants        the station names the engine knows
+  --validproducts        the products BUNDLE supports (key validProducts)
+  --validvariants        the stations BUNDLE supports for the --product given
+                         (key validVariants)
+
+What to keep (default: strip; of a keep and a strip word the last wins):
+  --keepDebug, --stripDebug
+                         the items of the Debug folder
+  --keepBundleImages, --stripBundleImages
+                         the items of the BundleImages folder
+  --keepRPKGs, --stripRPKGs
+                         the firmware packages of the Orrin RPKGs folder
+  --keepHomeDiags, --stripHomeDiags
+                         the image the HomeDiagnostic.dmg link leads to
+  --keepSDK, --stripSDK  the SDK image its link leads to
+
+Firmware options, also taken by --validproducts and --validvariants:
+  --keepDevFirmware, --stripDevFirmware
+                         also keep each product's development device class
+                         (P followed by dev); default: strip
+  --keepAPFirmware, --stripAPFirmware
+                         keep each product's production device class (P
+                         followed by ap); default: keep
+
+Engine options:
+  --personalized on|off  run the personalized restore steps (build manifest)
   --unpersonalized on|off
-  --useRestorePlist
-  --swdl-tmpl NAME, --ss-tmpl NAME           repeatable
-  --engine auto|manifest|legacy              default auto
-  --verbose
-  --encrypt                   encrypted target image (not available here)
-  --ov                        replace an existing TARGET once the new one is complete
-  --results                   print the engine's results as a property list
-  --help, --version
+                         also prepare an unpersonalized install
+  --useRestorePlist      work from Restore.plist; counts as --unpersonalized on
+  --swdl-tmpl NAME       a personalization variant that the template station
+                         swdl-tmpl stands for; repeatable
+  --ss-tmpl NAME         the same for the template station ss-tmpl
+  --engine auto|manifest|legacy
+                         the engine to run; auto (the default) takes the
+                         manifest engine when Restore/BuildManifest.plist
+                         exists, else the legacy one
 
-exit status: 0 success, the engine's status when stripping fails,
-2 a command line that cannot be carried out, 3 a read or write failure.
+Output options:
+  --noSymLinks           write the links of the result as copies of the files
+                         they name, so the result holds no symbolic link
+  --noCookie             leave no VelmarBSCookie.plist in the result
+  --encrypt              an encrypted target image; not available here, so
+                         refused before any work
+  --ov                   replace an existing TARGET once the new one is complete
+  --results              after a successful run print the engine's results as
+                         one property list (strippedManifest, modifiedFiles)
+  --verbose              print the work list and every step's findings
+  --help                 print this help and exit
+  --version              print "velmarbs VERSION" and exit
+
+Exit status:
+  0                      success
+  1                      the engine's status when stripping fails (normally 1)
+  2                      a command line that cannot be carried out (an unknown
+                         word, a missing value, TARGET existing without --ov,
+                         TARGET and BUNDLE overlapping), before any work
+  3                      reading BUNDLE or writing TARGET failed
+
+Files:
+  TARGET                 the stripped bundle, written only with --target
+  TARGET/VelmarBSCookie.plist
+                         the command line, source, tool name and version
+                         that made the bundle (not with --noCookie)
+  .TARGET.velmarbs-XXXXXX
+                         the bundle while it is built, a hidden folder beside
+                         TARGET, renamed to TARGET or removed at the end
+  $TMPDIR/velmarbs-source-XXXXXX
+                         a .dmg BUNDLE unpacked for reading (TMPDIR defaults
+                         to /tmp), removed at the end
+
+Environment:
+  PATH                   where 7z (package 7zip) is found for reading a .dmg
+                         BUNDLE and xorriso for reading and writing images
+  TMPDIR                 where a .dmg BUNDLE is unpacked
+
+Examples:
+  $ velmarbs --source Bundle --product r13 --factory ss --results
+  $ velmarbs --source Bundle.dmg --target Stripped --product r13 --factory ss --ov
+  $ velmarbs --validvariants --product r13 --source Bundle
+
+The first example validates the strip of Bundle for product r13 and station ss
+and prints what would be kept and rewritten; the second writes the stripped
+bundle to the folder Stripped, replacing an earlier one; the third lists the
+stations Bundle supports for r13.
 )";
 }
 

@@ -1,6 +1,7 @@
 // UTF-8 chunk decoding and path helpers.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "app/paths.h"
 #include "app/utf8_text.h"
@@ -57,20 +58,33 @@ TEST(PathsTest, ComponentsOfPaths) {
   EXPECT_EQ(parentFolder("x"), "");
 }
 
-TEST(PathsTest, ToolBesideTheAppThenInLibexec) {
+TEST(PathsTest, ToolInLibexecThenBesideTheApp) {
   synth::TempDir prefix("velmar-prefix");
   std::string bin = prefix / "bin";
   ::mkdir(bin.c_str(), 0755);
-  EXPECT_EQ(findTool(bin), bin + "/velmarbs");  // nothing anywhere: the first place
-
   std::string libexec = prefix / "libexec/velmarbs";
+  EXPECT_EQ(findTool(bin), libexec + "/velmarbs");  // nothing anywhere: the installed place
+
+  // A build tree: the tool copied beside the application.
+  testing::writeScript(bin + "/velmarbs", "exit 0");
+  EXPECT_EQ(findTool(bin + "/"), bin + "/velmarbs");
+
+  // Installed: /usr/bin holds the command-line velmarbs too, but the
+  // application runs the copy in libexec.
   ::mkdir((prefix / "libexec").c_str(), 0755);
   ::mkdir(libexec.c_str(), 0755);
   testing::writeScript(libexec + "/velmarbs", "exit 0");
-  EXPECT_EQ(findTool(bin + "/"), libexec + "/velmarbs");
+  EXPECT_EQ(findTool(bin), libexec + "/velmarbs");
 
-  testing::writeScript(bin + "/velmarbs", "exit 0");
+  // A folder or a non-executable file there does not count.
+  ::unlink((libexec + "/velmarbs").c_str());
+  ::mkdir((libexec + "/velmarbs").c_str(), 0755);
   EXPECT_EQ(findTool(bin), bin + "/velmarbs");
+}
+
+TEST(PathsTest, ToolOfAnApplicationInSlashBin) {
+  // "/bin" has the root as its prefix: "/libexec/...", not "//libexec/...".
+  EXPECT_EQ(findTool("/nonexistent-velmar-bin"), "/libexec/velmarbs/velmarbs");
 }
 
 }  // namespace

@@ -62,7 +62,7 @@ TEST(UserDefaultsTest, UserValuesOverRegisteredOnes) {
   EXPECT_TRUE(d.boolForKey(kKeepAPFirmwareKey));
   EXPECT_FALSE(d.boolForKey(kKeepBundleImagesKey));  // never registered
   EXPECT_EQ(d.arrayForKey(kProductsKey), Words{"r13"});
-  EXPECT_EQ(d.stringForKey(kLogFilePathKey), "~/Library/Logs/VelmarBS.log");
+  EXPECT_EQ(d.stringForKey(kLogFilePathKey), defaultLogFilePath());
   EXPECT_EQ(d.arrayForKey(kMailLogRecipientsKey).size(), 1u);
   d.setObject(kKeepAPFirmwareKey, false);
   EXPECT_FALSE(d.boolForKey(kKeepAPFirmwareKey));

@@ -15,7 +15,7 @@ TEST(SettingsStoreTest, UnsetKeysReadTheirDefaultsAndSetOnesSurviveAReopen) {
     EXPECT_TRUE(settings.boolForKey(kKeepAPFirmwareKey));
     EXPECT_FALSE(settings.boolForKey(kKeepBundleImagesKey));
     EXPECT_EQ(settings.arrayForKey(kProductsKey), NameList{"r13"});
-    EXPECT_EQ(settings.stringForKey(kLogFilePathKey), kDefaultLogFilePath);
+    EXPECT_EQ(settings.stringForKey(kLogFilePathKey), defaultLogFilePath());
 
     QSignalSpy changed(&settings, &SettingsStore::valueChanged);
     settings.setBool(kKeepAPFirmwareKey, false);
