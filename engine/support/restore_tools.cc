@@ -102,10 +102,14 @@ std::vector<std::string> withoutLinkedImages(
   return left;
 }
 
-int32_t stripRestoreTools(SupportHost& host, const Value& entry) {
-  return host.legacyMessages() ? stripRestoreToolsLegacy(host) : stripRestoreToolsManifest(host);
+int32_t stripRestoreTools(SupportHost& host, const SupportRequest& request) {
+  return stripRestoreToolsManifest(host);
 }
 
-int32_t stripBogusRestoreImagesInRootDirectory(SupportHost& host, const Value& entry) { return 0; }
+int32_t stripRestoreToolsChecked(SupportHost& host, const SupportRequest& request) {
+  return stripRestoreToolsLegacy(host);
+}
+
+int32_t stripBogusRestoreImagesInRootDirectory(SupportHost& host, const SupportRequest& request) { return 0; }
 
 }  // namespace velmar
