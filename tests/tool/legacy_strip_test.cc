@@ -151,6 +151,15 @@ TEST_F(LegacyStripTest, QueriesOnALegacyBundle) {
             Value::stringArray({"cti", "nandnuker", "ss", "swdl"}));
 }
 
+TEST_F(LegacyStripTest, UseRestorePlistDrivesTheUnpersonalizedSteps) {
+  write(false);
+  ToolRun r = runVelmarbs({"--source", bundle_, "--product", "r13", "--factory", "ss", "--useRestorePlist", "--results"},
+                          scratch_.path());
+  ASSERT_EQ(r.status, 0) << r.out;
+  EXPECT_EQ(propertyListsIn(r.out).at(0).get("modifiedFiles").get("Restore/C2-User-RAMDisk.dmg"),
+            Value::makeData("018-2120-001.dmg"));
+}
+
 TEST_F(LegacyStripTest, AFailingStepWritesNothing) {
   write(false);
   fs::remove_all(bundle_ + "/Restore/Firmware/dfu");
