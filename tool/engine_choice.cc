@@ -34,6 +34,8 @@ EngineChoice chooseEngine(EngineKind kind, BundleView* bundle) {
   bool manifest = kind == EngineKind::Manifest ||
                   (kind == EngineKind::Auto && (!bundle || hasBuildManifest(*bundle)));
   if (manifest) return {engineClassOf<Stripper3>("Stripper3"), ""};
+  // Every bundle has an engine: one without a build manifest is an older
+  // bundle, which the legacy engine strips from its restore property list.
   return {engineClassOf<Stripper2>("Stripper2"), ""};
 }
 

@@ -6,7 +6,6 @@
 #include "base/bundle_plist.h"
 #include "engine/collection_extras.h"
 #include "engine/log_object.h"
-#include "engine/support/bundle_files.h"
 
 namespace velmar {
 
@@ -114,7 +113,7 @@ std::vector<std::string> Stripper2::submanifestStartingAt(const std::string& sta
   if (start.empty()) {
     // The root is no entry of the listing; ask the bundle itself.
     if (deep) return listTree(bundleView(), "");
-    return namesOnDisk(bundleView(), "");
+    return bundleNamesNow("");
   }
   if (!listed_.contains(start)) return result;
   result.push_back(start);

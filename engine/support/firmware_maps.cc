@@ -7,7 +7,6 @@
 #include "base/file_bytes.h"
 #include "base/format.h"
 #include "engine/log_object.h"
-#include "engine/support/bundle_files.h"
 #include "base/utf8.h"
 
 namespace velmar {
@@ -27,9 +26,9 @@ bool equalsAnyIgnoringCase(std::string_view name, const Value& names) {
 
 // Reads a whole file as UTF-8 text. On failure *error says why, in the
 // words a user is shown when a document cannot be opened.
-bool readUtf8Text(BundleView& view, const std::string& path, std::string* text, std::string* error) {
+bool readUtf8Text(SupportHost& host, const std::string& path, std::string* text, std::string* error) {
   const std::string name(lastPathComponent(path));
-  const int err = view.readFile(path, kMaxMapTextBytes, text);
+  const int err = host.readBundleFile(path, kMaxMapTextBytes, text);
   if (err == EACCES || err == EPERM) {
     *error = format(
         "The file \u201c%@\u201d couldn\u2019t be opened because you don\u2019t have "
@@ -71,14 +70,13 @@ struct MapTextFile {
 int32_t stripMapText(SupportHost& host, const SupportRequest& request, const MapTextFile& file,
                      const Value& names) {
   LogObject& log = LogObject::sharedLogger();
-  BundleView& root = host.supportBundleView();
-  if (!existsInBundle(root, file.path)) {
+  if (!host.bundleFileExists(file.path)) {
     log.Log(file.missingWarning);
     return 0;
   }
   std::string text;
   std::string error;
-  if (!readUtf8Text(root, file.path, &text, &error)) {
+  if (!readUtf8Text(host, file.path, &text, &error)) {
     log.Log(file.unreadableWarning, error);
     return 0;
   }

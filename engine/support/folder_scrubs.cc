@@ -4,7 +4,6 @@
 
 #include "engine/collection_extras.h"
 #include "engine/log_object.h"
-#include "engine/support/bundle_files.h"
 
 namespace velmar {
 
@@ -30,7 +29,7 @@ int32_t scrubFolder(SupportHost& host, const SupportRequest& request, const char
 int32_t keepLinkedImage(SupportHost& host, const SupportRequest& request, const char* option, const char* link, const char* foundMessage,
                         const char* scrubMessage) {
   LogObject& log = LogObject::sharedLogger();
-  std::optional<std::string> target = linkTargetInBundle(host.supportBundleView(), link);
+  std::optional<std::string> target = host.bundleLinkTarget(link);
   if (boolForKey(host.supportOptions(), option)) {
     if (target) {
       log.Log(foundMessage, *target);
@@ -157,8 +156,7 @@ int32_t stripFactoryDiskImage(SupportHost& host, const SupportRequest& request) 
   static const char kImage[] = "FactoryDiskImage.dmg";
   static const char kSignature[] = "FactoryDiskImage.dmg.signature";
   LogObject& log = LogObject::sharedLogger();
-  BundleView& root = host.supportBundleView();
-  if (existsInBundle(root, kImage) && existsInBundle(root, kSignature)) {
+  if (host.bundleFileExists(kImage) && host.bundleFileExists(kSignature)) {
     log.Log("+++ FactoryDiskImage and signature file found.");
     host.keepPaths({kImage, kSignature});
   } else {

@@ -10,6 +10,8 @@
 #ifndef VELMAR_ENGINE_SUPPORT_SUPPORT_HOST_H_
 #define VELMAR_ENGINE_SUPPORT_SUPPORT_HOST_H_
 
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,8 +29,20 @@ class SupportHost {
   virtual SupportRequest supportRequest(const Value& entry) const = 0;
 
   virtual std::string supportBundleRoot() const = 0;
-  // The bundle, for every read a step makes.
+  // The bundle's view; the steps read the bundle only through the questions
+  // below, which ask it.
   virtual BundleView& supportBundleView() = 0;
+
+  // Whether something exists at the bundle path (links followed while they
+  // stay inside).
+  virtual bool bundleFileExists(const std::string& path);
+  // The target text of the link at the bundle path; nothing for a non-link.
+  virtual std::optional<std::string> bundleLinkTarget(const std::string& path);
+  // The names directly in the bundle folder as it is now, sorted by bytes.
+  virtual std::vector<std::string> bundleNamesNow(const std::string& folder);
+  // The whole regular file at the bundle path, at most `limit` bytes: 0 or
+  // an errno value.
+  virtual int readBundleFile(const std::string& path, size_t limit, std::string* bytes);
   // The engine's options dictionary.
   virtual const Value& supportOptions() const = 0;
   // The engine class's known-products table.
