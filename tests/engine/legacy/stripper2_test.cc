@@ -220,6 +220,39 @@ TEST_F(Stripper2Test, WholeStripWithoutBuildManifestKeepsOneStationAndLeavesTheC
   EXPECT_EQ(files.get("VelmarBSCookie.plist").get("source"), Value(root()));
 }
 
+TEST_F(Stripper2Test, BothPathsOnABundleWithBuildManifestMergeTheirRewrittenManifests) {
+  write(synth::legacyBundle(true));
+  auto e = engine(arrayOf({"r13"}), arrayOf({"ss"}),
+                  dictOf({{"checkPersonalized", true}, {"checkUnpersonalized", true}, {"noCookie", true}}));
+  ASSERT_EQ(e->strip(), 0) << logText();
+  EXPECT_TRUE(logged("||| merging plist Restore/Restore.plist."));
+  EXPECT_TRUE(logged("||| merging plist Restore/BuildManifest.plist."));
+  const Value files = e->modifiedFiles();
+  // Both paths cut the restore plist alike, so the merge changes nothing.
+  EXPECT_EQ(files.get("Restore/Restore.plist").get("RamDisksByPlatform").dict().keys(),
+            Names{"xr2120x"});
+  EXPECT_EQ(files.get("Restore/BuildManifest.plist").get("BuildIdentities").count(), 1u);
+  for (const char* link : {"Restore/R13-UserOS.dmg", "Restore/C2-User-RAMDisk.dmg"})
+    EXPECT_TRUE(files.get(link).isData()) << link;
+  // The restore tools and the map texts kept by the personalized step.
+  const Value kept = e->strippedManifest();
+  EXPECT_TRUE(kept.containsMember(Value("Restore/Firmware/target_map.txt")));
+  EXPECT_TRUE(kept.containsMember(Value("RestoreTools.dmg")));
+}
+
+TEST_F(Stripper2Test, AToolsLinkLeadingOutOfTheListingStopsTheRun) {
+  BundleDescription d = synth::legacyBundle(false);
+  d.support.restoreToolsTarget.clear();
+  d.addLink("RestoreTools.dmg", "038-9404-001.dmg");
+  write(d);
+  auto e = engine(arrayOf({"r13"}), arrayOf({"ss"}));
+  EXPECT_EQ(e->strip(), 1);
+  EXPECT_TRUE(logged("XXX ERROR: RestoreTools \"038-9404-001.dmg\" missing from bundle."));
+  EXPECT_TRUE(logged(">>> ==========  1/ 5 Strip support files =========="));
+  EXPECT_FALSE(logged(">>> ==========  2/ 5 Merging stripped manifests =========="));
+  EXPECT_TRUE(e->strippedManifest().isNull());
+}
+
 TEST_F(Stripper2Test, InvisiblesLeaveTheMergedListWithEverythingUnderThem) {
   BundleDescription d = synth::legacyBundle(false);
   d.addFile("Debug/.svn/entries");
