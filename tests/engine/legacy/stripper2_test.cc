@@ -253,6 +253,27 @@ TEST_F(Stripper2Test, AToolsLinkLeadingOutOfTheListingStopsTheRun) {
   EXPECT_TRUE(e->strippedManifest().isNull());
 }
 
+TEST_F(Stripper2Test, PropertyListsOfTheWrongShapeAreStrippedWithoutHarm) {
+  BundleDescription d = synth::legacyBundle(true);
+  d.editPlist("Restore/Restore.plist", [](Value& plist) {
+    plist.set("KernelCachesByTarget", dictOf({{"r13", "kernelcache.release.xr2120x"}}));
+    plist.set("RamDisksByPlatform", "xr2120x");
+    plist.set("SystemRestoreImagesByTarget", arrayOf({"r13"}));
+    plist.set("SupportedProductTypes", dictOf({{"Corvid2,1", true}}));
+  });
+  d.editPlist("Restore/BuildManifest.plist", [](Value& manifest) {
+    manifest.set("BuildIdentities", arrayOf({"r13ap", dictOf({{"Info", "x"}}),
+                                             dictOf({{"Info", dictOf({{"DeviceClass", 13}})}, {"Manifest", 1}})}));
+  });
+  write(d);
+  // No identity serves the personalized path; the unpersonalized one finds
+  // its files on disk and only warns about the tables.
+  EXPECT_EQ(engine(arrayOf({"r13"}), arrayOf({"ss"}), personalized())->strip(), 1);
+  EXPECT_EQ(engine(arrayOf({"r13"}), arrayOf({"ss"}), unpersonalized())->strip(), 0);
+  EXPECT_TRUE(logged("XXX ERROR: BuildManifest.plist BuildIdentity r13ap \"Factory - Shipping Settings\" not found."));
+  EXPECT_TRUE(logged("!!! WARNING: Restore.plist RamDisksByPlatform has no reference to xr2120x."));
+}
+
 TEST_F(Stripper2Test, InvisiblesLeaveTheMergedListWithEverythingUnderThem) {
   BundleDescription d = synth::legacyBundle(false);
   d.addFile("Debug/.svn/entries");
