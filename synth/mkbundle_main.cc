@@ -1,5 +1,6 @@
-// velmar-mkbundle OUTDIR [--large N]: writes the sample bundle, or the large
-// benchmark bundle with N synthetic products, to a new folder.
+// velmar-mkbundle OUTDIR [--large N | --legacy [--no-manifest]]: writes the
+// sample bundle, the large benchmark bundle with N synthetic products, or the
+// older (legacy) sample, to a new folder.
 
 #include <cstdio>
 #include <cstdlib>
@@ -14,9 +15,10 @@ namespace {
 
 int usage() {
   std::fprintf(stderr,
-               "usage: velmar-mkbundle OUTDIR [--large N]\n"
+               "usage: velmar-mkbundle OUTDIR [--large N | --legacy [--no-manifest]]\n"
                "  writes the sample restore bundle to OUTDIR, which must not exist;\n"
-               "  --large N adds N synthetic products (%zu make a build manifest of about 10 MB)\n",
+               "  --large N adds N synthetic products (%zu make a build manifest of about 10 MB);\n"
+               "  --legacy writes the older sample instead, --no-manifest without its build manifest\n",
                velmar::synth::kLargeBundleProducts);
   return 2;
 }
@@ -34,12 +36,18 @@ bool parseCount(const char* text, size_t* out) {
 int main(int argc, char** argv) {
   std::string outDir;
   bool large = false;
+  bool legacy = false;
+  bool noManifest = false;
   size_t products = 0;
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i];
     if (arg == "--large") {
       if (i + 1 >= argc || !parseCount(argv[++i], &products)) return usage();
       large = true;
+    } else if (arg == "--legacy") {
+      legacy = true;
+    } else if (arg == "--no-manifest") {
+      noManifest = true;
     } else if (arg == "--help" || arg == "-h") {
       usage();
       return 0;
@@ -49,15 +57,16 @@ int main(int argc, char** argv) {
       return usage();
     }
   }
-  if (outDir.empty()) return usage();
+  if (outDir.empty() || (large && legacy) || (noManifest && !legacy)) return usage();
 
   std::error_code ec;
   if (std::filesystem::symlink_status(outDir, ec).type() != std::filesystem::file_type::not_found) {
     std::fprintf(stderr, "velmar-mkbundle: %s already exists\n", outDir.c_str());
     return 2;
   }
-  velmar::synth::BundleDescription bundle =
-      large ? velmar::synth::largeBundle(products) : velmar::synth::sampleBundle();
+  velmar::synth::BundleDescription bundle = legacy  ? velmar::synth::legacyBundle(!noManifest)
+                                            : large ? velmar::synth::largeBundle(products)
+                                                    : velmar::synth::sampleBundle();
   std::string error;
   if (!velmar::synth::writeBundle(bundle, outDir, &error)) {
     std::fprintf(stderr, "velmar-mkbundle: %s\n", error.c_str());
