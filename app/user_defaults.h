@@ -38,6 +38,9 @@ inline constexpr char kLogFilePathKey[] = "logFilePath";
 inline constexpr char kMailLogRecipientsKey[] = "mailLogRecipients";
 // Never registered, so it reads false until the user sets it.
 inline constexpr char kKeepBundleImagesKey[] = "keepBundleImages";
+// The window's verbose switch: the tool's log and the engine's findings
+// reach the log. Not registered either: quiet unless the user turns it on.
+inline constexpr char kVerboseKey[] = "verbose";
 
 inline constexpr char kDefaultLogFilePath[] = "~/Library/Logs/VelmarBS.log";
 inline constexpr char kDefaultMailRecipient[] = "velmarbs-logs@example.com";
