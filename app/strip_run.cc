@@ -169,6 +169,7 @@ RunEnd StripRun::finish(int status) const { return finish(status, localTimeNow()
 
 RunEnd StripRun::cancelled(const std::tm& localTime) const {
   RunEnd end;
+  end.cancelled = true;
   end.logText = generateString(format("%@ cancelled.", verb()), true, true, localTime);
   end.sheetText = format("%@ \"%@\" cancelled.", verb(), lastPathComponent(sourcePath_));
   return end;

@@ -54,6 +54,7 @@ size_t removeStagingLeftovers(const std::string& targetPath);
 // How a run ended, for the log and the sheet.
 struct RunEnd {
   bool finished = false;  // exit status 0
+  bool cancelled = false;  // stopped by the user
   std::string logText;    // time-stamped "Stripping FINISHED.\n" and the like
   std::string sheetText;
 };

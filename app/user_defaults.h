@@ -52,7 +52,7 @@ inline constexpr char kDefaultMailRecipient[] = "velmarbs-logs@example.com";
 const Value& registeredDefaults();
 
 // The keys the window changes (the bindable ones): the registered keys
-// followed by `keepBundleImages`.
+// followed by `keepBundleImages` and `verbose`.
 std::vector<std::string> settingKeys();
 
 class UserDefaults {

@@ -54,6 +54,7 @@ TEST(StripRunTest, CancelledRunSaysSoInLogAndSheet) {
   StripRun strip("/t", {"--source", "/b/x.dmg", "--target", "/o/y", "--ov"}, "/b/x.dmg");
   RunEnd end = strip.cancelled(testing::march14());
   EXPECT_FALSE(end.finished);
+  EXPECT_TRUE(end.cancelled);
   EXPECT_EQ(end.logText, "2009/03/14 09:05:07 Stripping cancelled.\n");
   EXPECT_EQ(end.sheetText, "Stripping \"x.dmg\" cancelled.");
   EXPECT_EQ(strip.target(), "/o/y");
