@@ -138,6 +138,8 @@ MainWindow::MainWindow(SettingsStore& settings, QWidget* parent) : QMainWindow(p
   // The window takes the height the boxes need, as they grow or shrink.
   layout->setSizeConstraint(QLayout::SetFixedSize);
   setCentralWidget(central);
+  // And the window follows it both ways (a main window would only grow).
+  QMainWindow::layout()->setSizeConstraint(QLayout::SetFixedSize);
   makeMenu();
   setAcceptDrops(true);
 
