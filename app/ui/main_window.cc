@@ -171,11 +171,11 @@ QWidget* MainWindow::makeSourceRow() {
   connect(chooseButton_, &QPushButton::clicked, this, &MainWindow::chooseSourceClicked);
   connect(sourceField_, &QLineEdit::textChanged, this, &MainWindow::updateActions);
   connect(sourceField_, &QLineEdit::returnPressed, this, [this] {
-    emit sourceEntered(sourceField_->text().trimmed());
+    emit sourceEntered(typedSource());
   });
   connect(sourceField_, &QLineEdit::editingFinished, this, [this] {
     // Enter has been handled above; this is leaving the field with a new path.
-    QString typed = sourceField_->text().trimmed();
+    QString typed = typedSource();
     if (typed.toStdString() != settings_.stringForKey(kLastSourceSelectedKey)) emit sourceEdited(typed);
   });
   sourceLabel_ = new QLabel(tr("&Source:"));
@@ -257,6 +257,13 @@ void MainWindow::updateActions() {
 void MainWindow::showScanProblem(const QString& text) {
   scanProblem_->setText(text);
   scanProblem_->setVisible(!text.isEmpty());
+}
+
+QString MainWindow::typedSource() const {
+  const QString path = QString::fromStdString(pathFromPastedText(sourceField_->text().toStdString()));
+  // What is scanned is what the field shows.
+  if (path != sourceField_->text()) sourceField_->setText(path);
+  return path;
 }
 
 void MainWindow::showSource() {

@@ -93,6 +93,8 @@ class MainWindow : public QMainWindow {
   QWidget* makeOptionsBox(SettingsStore& settings);
   void makeMenu();
   void showSource();
+  // The source field's text as a path (pathFromPastedText).
+  QString typedSource() const;
   void updateActions();
   void updateTabOrder();
   void fitToScreen();

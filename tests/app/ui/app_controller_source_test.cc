@@ -95,9 +95,11 @@ TEST_F(AppControllerTest, ATypedPathIsScannedOnEnter) {
   EXPECT_EQ(settings_.stringForKey(kLastSourceSelectedKey), bundle_);
   ASSERT_TRUE(waitFor([&] { return scanned.count() == 1; }));
   EXPECT_TRUE(window()->validateButton()->isEnabled());
-  // Enter on the same path scans it again.
+  // Enter on the same path scans it again, also pasted as a file address.
+  field->setText(QUrl::fromLocalFile(QString::fromStdString(bundle_)).toString() + "\n");
   QTest::keyClick(field, Qt::Key_Return);
   ASSERT_TRUE(waitFor([&] { return scanned.count() == 2; }));
+  EXPECT_EQ(field->text().toStdString(), bundle_);
 }
 
 QMimeData* urlsOf(const std::vector<std::string>& paths) {
