@@ -47,6 +47,7 @@ ScanResult scanBundle(const UserDefaults& defaults, const NameList& previousVali
   bool keepDev = defaults.boolForKey(kKeepDevFirmwareKey);
   bool keepAP = defaults.boolForKey(kKeepAPFirmwareKey);
   ScanResult result;
+  result.sourcePath = source;
 
   ToolReply known = ask(knownProductsArguments(source));
   if ((result.cancelled = known.cancelled)) return result;
@@ -77,10 +78,11 @@ std::string scanProgressText(size_t number, size_t count) {
   return format("product %d of %d", static_cast<long long>(number), static_cast<long long>(count));
 }
 
-std::string scanOutcomeLine(const std::string& sourcePath, const ScanResult& result) {
-  if (result.cancelled) return format("Scanning \"%@\" cancelled.", lastPathComponent(sourcePath));
+std::string scanOutcomeLine(const ScanResult& result) {
+  const std::string name = lastPathComponent(result.sourcePath);
+  if (result.cancelled) return format("Scanning \"%@\" cancelled.", name);
   if (result.failure.empty()) return std::string();
-  return format("\"%@\" cannot be used: %@", lastPathComponent(sourcePath), result.failure);
+  return format("\"%@\" cannot be used: %@", name, result.failure);
 }
 
 void applyScan(SelectionModel& model, ScanResult result) {

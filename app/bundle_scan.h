@@ -46,6 +46,7 @@ VariantsByProduct queryValidVariants(const QueryFunction& query, const NameList&
                                      bool keepAPFirmware);
 
 struct ScanResult {
+  std::string sourcePath;  // the bundle asked about, "~" expanded
   NameList knownProducts;
   NameList validProducts;  // the new list, or the previous one when there was no reply
   VariantsByProduct validVariantsForEachProduct;
@@ -72,7 +73,7 @@ std::string scanProgressText(size_t number, size_t count);
 
 // The line under the source field after a scan that found nothing to strip
 // or was cancelled; empty after one that did.
-std::string scanOutcomeLine(const std::string& sourcePath, const ScanResult& result);
+std::string scanOutcomeLine(const ScanResult& result);
 
 // Puts a scan's lists into the model and applies the selection rule, as the
 // main thread does when the scan hands over.

@@ -166,8 +166,7 @@ void AppController::scanned(const ScanResult& result) {
     return;
   }
   window_->setBusy(false);
-  const std::string source = sourcePath(settings_.userDefaults());
-  const std::string line = scanOutcomeLine(source, result);
+  const std::string line = scanOutcomeLine(result);
   window_->showScanProblem(QString::fromStdString(line));
   if (result.cancelled) {
     // The lists are half asked: none is used, and the selection stays as it was.

@@ -197,7 +197,7 @@ TEST(BundleScanTest, TellsWhichProductOfHowManyIsAsked) {
   ScanResult scan = scanBundle(d, {}, std::ref(ask), [&](size_t n, size_t of) { told.push_back(scanProgressText(n, of)); });
   EXPECT_EQ(told, (Names{"product 1 of 3", "product 2 of 3", "product 3 of 3"}));
   EXPECT_TRUE(scan.failure.empty());
-  EXPECT_EQ(scanOutcomeLine("/b/x.dmg", scan), "");
+  EXPECT_EQ(scanOutcomeLine(scan), "");
 }
 
 TEST(BundleScanTest, ANonBundleFailsWithTheToolsReason) {
@@ -208,7 +208,7 @@ TEST(BundleScanTest, ANonBundleFailsWithTheToolsReason) {
   ScanResult scan = scanBundle(d, {"r13"}, std::ref(ask), nullptr);
   EXPECT_EQ(scan.validProducts, Names{"r13"});  // the previous list stands, as ever
   EXPECT_EQ(scan.failure, "cannot read the source bundle.");
-  EXPECT_EQ(scanOutcomeLine("/b/Empty", scan), "\"Empty\" cannot be used: cannot read the source bundle.");
+  EXPECT_EQ(scanOutcomeLine(scan), "\"Empty\" cannot be used: cannot read the source bundle.");
 
   // An empty answer without words from the tool still says what is wrong.
   FakeAsk quiet;
@@ -227,7 +227,7 @@ TEST(BundleScanTest, ACancelledQueryEndsTheScan) {
   ScanResult scan = scanBundle(d, {}, std::ref(ask), nullptr);
   EXPECT_TRUE(scan.cancelled);
   EXPECT_EQ(ask.tool.asked.size(), 4u);
-  EXPECT_EQ(scanOutcomeLine("/b/x.dmg", scan), "Scanning \"x.dmg\" cancelled.");
+  EXPECT_EQ(scanOutcomeLine(scan), "Scanning \"x.dmg\" cancelled.");
 }
 
 }  // namespace
