@@ -257,6 +257,8 @@ void MainWindow::updateActions() {
 void MainWindow::showScanProblem(const QString& text) {
   scanProblem_->setText(text);
   scanProblem_->setVisible(!text.isEmpty());
+  // Read out with the field it is about, for those who do not see the line.
+  sourceField_->setAccessibleDescription(text);
 }
 
 QString MainWindow::typedSource() const {

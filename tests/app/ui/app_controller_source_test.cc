@@ -64,6 +64,7 @@ TEST_F(AppControllerTest, AFolderThatIsNotABundleSaysWhyAndOffersNothing) {
   const std::string line = window()->scanProblemLine()->text().toStdString();
   EXPECT_EQ(line.rfind("\"Empty\" cannot be used: ", 0), 0u) << line;
   EXPECT_EQ(line.find("XXX"), std::string::npos) << line;  // the tool's reason, not its prefix
+  EXPECT_EQ(window()->sourceField()->accessibleDescription().toStdString(), line);
   EXPECT_FALSE(window()->productsBox()->isEnabled());
   EXPECT_FALSE(window()->stationsBox()->isEnabled());
   EXPECT_FALSE(window()->stripButton()->isEnabled());
