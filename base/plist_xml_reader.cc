@@ -1,0 +1,314 @@
+// The XML property-list reader: pugixml parses the document (iteratively,
+// so no nesting depth can exhaust the stack there), then a depth-checked
+// walk turns elements into Values.
+//
+// The rules follow what the project has always accepted: an optional <plist>
+// around the root, dictionaries as <key>/value pairs in file order (a later
+// duplicate key replaces the earlier value in place), integers with an
+// optional sign and C base prefixes ("0x1F", "017"), unsigned values above
+// the signed range kept bit for bit, reals as strtod reads them, dates as
+// "YYYY-MM-DDTHH:MM:SSZ", data as base64 broken by any whitespace, and the
+// five predefined entities plus numeric character references in strings
+// and keys. The document type declaration is skipped, never interpreted:
+// entities it defines are unknown entities and refuse the file, so neither
+// external entities nor entity expansion can happen.
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <optional>
+#include <pugixml.hpp>
+#include <string>
+
+#include "base/plist_readers.h"
+
+namespace velmar {
+
+namespace {
+
+// Comments, processing instructions and the document type declaration are
+// skipped; whitespace between elements is dropped unless it is all there is
+// in an element (an all-blank <string>); a text child goes into its
+// element's own node, which halves the size of the parsed tree.
+constexpr unsigned kParseOptions =
+    pugi::parse_cdata | pugi::parse_ws_pcdata_single | pugi::parse_embed_pcdata;
+
+constexpr double kUnixSecondsAt2001 = 978307200;
+
+bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+bool allBlank(const char* s) {
+  for (; *s; ++s)
+    if (!isBlank(*s)) return false;
+  return true;
+}
+
+void appendUtf8(std::string* out, uint32_t cp) {
+  if (cp < 0x80) {
+    *out += static_cast<char>(cp);
+  } else if (cp < 0x800) {
+    *out += static_cast<char>(0xC0 | (cp >> 6));
+    *out += static_cast<char>(0x80 | (cp & 0x3F));
+  } else if (cp < 0x10000) {
+    *out += static_cast<char>(0xE0 | (cp >> 12));
+    *out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+    *out += static_cast<char>(0x80 | (cp & 0x3F));
+  } else {
+    *out += static_cast<char>(0xF0 | (cp >> 18));
+    *out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+    *out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+    *out += static_cast<char>(0x80 | (cp & 0x3F));
+  }
+}
+
+// Appends `text` with its entity references replaced. False on an unknown
+// or malformed reference.
+bool appendUnescaped(std::string* out, const char* text) {
+  const char* amp;
+  while ((amp = std::strchr(text, '&')) != nullptr) {
+    out->append(text, amp);
+    const char* name = amp + 1;
+    const char* semi = std::strchr(name, ';');
+    if (!semi || semi == name) return false;
+    std::string_view entity(name, static_cast<size_t>(semi - name));
+    if (entity == "amp") {
+      *out += '&';
+    } else if (entity == "lt") {
+      *out += '<';
+    } else if (entity == "gt") {
+      *out += '>';
+    } else if (entity == "quot") {
+      *out += '"';
+    } else if (entity == "apos") {
+      *out += '\'';
+    } else if (entity[0] == '#' && entity.size() >= 2 && entity.size() <= 8) {
+      bool hex = entity[1] == 'x' || entity[1] == 'X';
+      std::string digits(entity.substr(hex ? 2 : 1));
+      if (digits.empty() || digits.find_first_not_of(hex ? "0123456789abcdefABCDEF" : "0123456789") !=
+                                std::string::npos)
+        return false;
+      unsigned long cp = std::strtoul(digits.c_str(), nullptr, hex ? 16 : 10);
+      if (cp == 0 || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return false;
+      appendUtf8(out, static_cast<uint32_t>(cp));
+    } else {
+      return false;
+    }
+    text = semi + 1;
+  }
+  out->append(text);
+  return true;
+}
+
+// The text of a scalar element: its character data and CDATA sections in
+// order, references replaced in the character data when `unescape` is set
+// (numbers, dates and data take their text as it stands). Nullopt when the
+// element holds another element or a bad reference.
+std::optional<std::string> elementText(pugi::xml_node node, bool unescape) {
+  std::string text;
+  auto add = [&](const char* part, bool cdata) {
+    if (unescape && !cdata) return appendUnescaped(&text, part);
+    text += part;
+    return true;
+  };
+  if (!add(node.value(), false)) return std::nullopt;
+  for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling()) {
+    switch (child.type()) {
+      case pugi::node_pcdata:
+        if (!add(child.value(), false)) return std::nullopt;
+        break;
+      case pugi::node_cdata:
+        if (!add(child.value(), true)) return std::nullopt;
+        break;
+      default:
+        return std::nullopt;
+    }
+  }
+  return text;
+}
+
+std::string_view trimmed(std::string_view s) {
+  while (!s.empty() && isBlank(s.front())) s.remove_prefix(1);
+  while (!s.empty() && isBlank(s.back())) s.remove_suffix(1);
+  return s;
+}
+
+Value integerFrom(std::string_view text) {
+  std::string digits(trimmed(text));
+  const char* p = digits.c_str();
+  bool negative = false;
+  if (*p == '-' || *p == '+') negative = *p++ == '-';
+  uint64_t magnitude = std::strtoull(p, nullptr, 0);
+  // Two's complement: "-1" is all ones, an unsigned value above INT64_MAX
+  // keeps its bits.
+  uint64_t bits = negative ? uint64_t{0} - magnitude : magnitude;
+  return Value(static_cast<long long>(bits));
+}
+
+Value dateFrom(std::string_view text) {
+  std::string_view t = trimmed(text);
+  struct tm tm = {};
+  long long seconds = 0;
+  if (t.size() >= 11 && t.size() < 32) {
+    std::string s(t);
+    std::sscanf(s.c_str(), "%d-%d-%dT%d:%d:%dZ", &tm.tm_year, &tm.tm_mon, &tm.tm_mday, &tm.tm_hour,
+                &tm.tm_min, &tm.tm_sec);
+    tm.tm_year -= 1900;
+    tm.tm_mon -= 1;
+    seconds = static_cast<long long>(timegm(&tm));
+  }
+  return Value(Date{static_cast<double>(seconds) - kUnixSecondsAt2001});
+}
+
+int8_t base64Digit(char c) {
+  if (c >= 'A' && c <= 'Z') return static_cast<int8_t>(c - 'A');
+  if (c >= 'a' && c <= 'z') return static_cast<int8_t>(c - 'a' + 26);
+  if (c >= '0' && c <= '9') return static_cast<int8_t>(c - '0' + 52);
+  if (c == '+') return 62;
+  if (c == '/') return 63;
+  return -1;
+}
+
+// Base64 in whitespace-separated runs, each decoded four characters at a
+// time ("=" padding ends a group early); a run's incomplete last group is
+// ignored, as writers never produce one. Nullopt on any other character.
+std::optional<std::string> base64Decode(std::string_view text) {
+  std::string out;
+  out.reserve(text.size() / 4 * 3);
+  size_t i = 0;
+  while (i < text.size()) {
+    while (i < text.size() && isBlank(text[i])) ++i;
+    size_t end = i;
+    while (end < text.size() && !isBlank(text[end])) ++end;
+    for (; i + 4 <= end; i += 4) {
+      int8_t d[4];
+      for (int k = 0; k < 4; ++k) d[k] = base64Digit(text[i + k]);
+      if (d[0] < 0 || d[1] < 0) return std::nullopt;
+      if (d[2] < 0 && (text[i + 2] != '=' || text[i + 3] != '=')) return std::nullopt;
+      if (d[3] < 0 && text[i + 3] != '=') return std::nullopt;
+      out += static_cast<char>((d[0] << 2) | (d[1] >> 4));
+      if (d[2] >= 0) out += static_cast<char>(((d[1] & 15) << 4) | (d[2] >> 2));
+      if (d[3] >= 0) out += static_cast<char>(((d[2] & 3) << 6) | d[3]);
+    }
+    for (; i < end; ++i)
+      if (base64Digit(text[i]) < 0 && text[i] != '=') return std::nullopt;
+  }
+  return out;
+}
+
+class XmlWalker {
+ public:
+  // Null when the element or anything under it is not a property-list
+  // value, or nests deeper than the limit.
+  Value value(pugi::xml_node node, int depth) {
+    if (depth > kMaxPropertyListDepth) return Value();
+    const char* name = node.name();
+    if (!std::strcmp(name, "dict")) return dict(node, depth);
+    if (!std::strcmp(name, "array")) return array(node, depth);
+    if (!std::strcmp(name, "string") || !std::strcmp(name, "key")) {
+      std::optional<std::string> text = elementText(node, true);
+      return text ? Value(std::move(*text)) : Value();
+    }
+    if (!std::strcmp(name, "true") || !std::strcmp(name, "false")) {
+      if (node.first_child().type() == pugi::node_element) return Value();
+      return Value(name[0] == 't');
+    }
+    std::optional<std::string> text = elementText(node, false);
+    if (!text) return Value();
+    if (!std::strcmp(name, "integer")) return integerFrom(*text);
+    if (!std::strcmp(name, "real")) return Value(std::strtod(text->c_str(), nullptr));
+    if (!std::strcmp(name, "date")) return dateFrom(*text);
+    if (!std::strcmp(name, "data")) {
+      std::optional<std::string> bytes = base64Decode(*text);
+      return bytes ? Value::makeData(std::move(*bytes)) : Value();
+    }
+    return Value();
+  }
+
+ private:
+  // The element children of a container; false when it holds text.
+  template <class Visit>
+  static bool forEachChild(pugi::xml_node node, Visit visit) {
+    if (*node.value() && !allBlank(node.value())) return false;
+    for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling()) {
+      if (child.type() == pugi::node_element) {
+        if (!visit(child)) return false;
+      } else if (child.type() != pugi::node_pcdata || !allBlank(child.value())) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  Value array(pugi::xml_node node, int depth) {
+    Array items;
+    bool ok = forEachChild(node, [&](pugi::xml_node child) {
+      Value item = value(child, depth + 1);
+      if (item.isNull()) return false;
+      items.push_back(std::move(item));
+      return true;
+    });
+    return ok ? Value(std::move(items)) : Value();
+  }
+
+  Value dict(pugi::xml_node node, int depth) {
+    Dict entries;
+    std::optional<std::string> key;
+    bool ok = forEachChild(node, [&](pugi::xml_node child) {
+      if (!key) {
+        // A value needs its key first; a key with no value before the
+        // dictionary ends is dropped.
+        if (std::strcmp(child.name(), "key") != 0) return false;
+        key = elementText(child, true);
+        return key.has_value();
+      }
+      Value item = value(child, depth + 1);
+      if (item.isNull()) return false;
+      entries.set(std::move(*key), std::move(item));
+      key.reset();
+      return true;
+    });
+    return ok ? Value(std::move(entries)) : Value();
+  }
+};
+
+Value rootValue(const pugi::xml_document& doc) {
+  pugi::xml_node root = doc.document_element();
+  if (!root) return Value();
+  if (!std::strcmp(root.name(), "plist")) {
+    root = root.find_child([](pugi::xml_node n) { return n.type() == pugi::node_element; });
+    if (!root) return Value();
+  }
+  Value value = XmlWalker().value(root, 0);
+  // A lone {"CF$UID": integer} at the root is a keyed-archive reference;
+  // the project reads it as its integer.
+  if (value.isDict() && value.count() == 1 && value.get("CF$UID").isInteger())
+    return value.get("CF$UID");
+  return value;
+}
+
+std::string_view withoutByteOrderMark(std::string_view bytes) {
+  if (bytes.substr(0, 3) == "\xEF\xBB\xBF") bytes.remove_prefix(3);
+  return bytes;
+}
+
+}  // namespace
+
+Value parseXmlPropertyList(std::string_view bytes) {
+  bytes = withoutByteOrderMark(bytes);
+  pugi::xml_document doc;
+  if (!doc.load_buffer(bytes.data(), bytes.size(), kParseOptions, pugi::encoding_utf8)) return Value();
+  return rootValue(doc);
+}
+
+Value parseXmlPropertyListInPlace(std::string& buffer) {
+  size_t skip = buffer.size() - withoutByteOrderMark(buffer).size();
+  pugi::xml_document doc;
+  if (!doc.load_buffer_inplace(buffer.data() + skip, buffer.size() - skip, kParseOptions,
+                               pugi::encoding_utf8))
+    return Value();
+  return rootValue(doc);
+}
+
+}  // namespace velmar
