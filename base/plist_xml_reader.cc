@@ -161,39 +161,49 @@ Value dateFrom(std::string_view text) {
   return Value(Date{static_cast<double>(seconds) - kUnixSecondsAt2001});
 }
 
-int8_t base64Digit(char c) {
-  if (c >= 'A' && c <= 'Z') return static_cast<int8_t>(c - 'A');
-  if (c >= 'a' && c <= 'z') return static_cast<int8_t>(c - 'a' + 26);
-  if (c >= '0' && c <= '9') return static_cast<int8_t>(c - '0' + 52);
-  if (c == '+') return 62;
-  if (c == '/') return 63;
-  return -1;
-}
+// Base64 digit values; -1 for anything else.
+struct Base64Table {
+  int8_t digit[256];
+  constexpr Base64Table() : digit() {
+    for (int i = 0; i < 256; ++i) digit[i] = -1;
+    const char* alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    for (int i = 0; i < 64; ++i) digit[static_cast<unsigned char>(alphabet[i])] = static_cast<int8_t>(i);
+  }
+};
+constexpr Base64Table kBase64;
 
 // Base64 in whitespace-separated runs, each decoded four characters at a
 // time ("=" padding ends a group early); a run's incomplete last group is
 // ignored, as writers never produce one. Nullopt on any other character.
 std::optional<std::string> base64Decode(std::string_view text) {
-  std::string out;
-  out.reserve(text.size() / 4 * 3);
+  std::string out(text.size() / 4 * 3 + 3, '\0');
+  char* o = out.data();
+  const auto* p = reinterpret_cast<const unsigned char*>(text.data());
+  const size_t n = text.size();
   size_t i = 0;
-  while (i < text.size()) {
-    while (i < text.size() && isBlank(text[i])) ++i;
+  while (i < n) {
+    while (i < n && isBlank(static_cast<char>(p[i]))) ++i;
     size_t end = i;
-    while (end < text.size() && !isBlank(text[end])) ++end;
+    while (end < n && !isBlank(static_cast<char>(p[end]))) ++end;
     for (; i + 4 <= end; i += 4) {
-      int8_t d[4];
-      for (int k = 0; k < 4; ++k) d[k] = base64Digit(text[i + k]);
-      if (d[0] < 0 || d[1] < 0) return std::nullopt;
-      if (d[2] < 0 && (text[i + 2] != '=' || text[i + 3] != '=')) return std::nullopt;
-      if (d[3] < 0 && text[i + 3] != '=') return std::nullopt;
-      out += static_cast<char>((d[0] << 2) | (d[1] >> 4));
-      if (d[2] >= 0) out += static_cast<char>(((d[1] & 15) << 4) | (d[2] >> 2));
-      if (d[3] >= 0) out += static_cast<char>(((d[2] & 3) << 6) | d[3]);
+      int d0 = kBase64.digit[p[i]], d1 = kBase64.digit[p[i + 1]];
+      int d2 = kBase64.digit[p[i + 2]], d3 = kBase64.digit[p[i + 3]];
+      if ((d0 | d1 | d2 | d3) >= 0) {
+        *o++ = static_cast<char>((d0 << 2) | (d1 >> 4));
+        *o++ = static_cast<char>(((d1 & 15) << 4) | (d2 >> 2));
+        *o++ = static_cast<char>(((d2 & 3) << 6) | d3);
+        continue;
+      }
+      if (d0 < 0 || d1 < 0) return std::nullopt;
+      if (d2 < 0 && (p[i + 2] != '=' || p[i + 3] != '=')) return std::nullopt;
+      if (d3 < 0 && p[i + 3] != '=') return std::nullopt;
+      *o++ = static_cast<char>((d0 << 2) | (d1 >> 4));
+      if (d2 >= 0) *o++ = static_cast<char>(((d1 & 15) << 4) | (d2 >> 2));
     }
     for (; i < end; ++i)
-      if (base64Digit(text[i]) < 0 && text[i] != '=') return std::nullopt;
+      if (kBase64.digit[p[i]] < 0 && p[i] != '=') return std::nullopt;
   }
+  out.resize(static_cast<size_t>(o - out.data()));
   return out;
 }
 
@@ -204,12 +214,11 @@ class XmlWalker {
   Value value(pugi::xml_node node, int depth) {
     if (depth > kMaxPropertyListDepth) return Value();
     const char* name = node.name();
-    if (!std::strcmp(name, "dict")) return dict(node, depth);
+    // Most elements are keys, dictionaries and strings: test those first.
+    if (name[0] == 'k' && !std::strcmp(name, "key")) return string(node);
+    if (name[0] == 'd' && !std::strcmp(name, "dict")) return dict(node, depth);
+    if (name[0] == 's' && !std::strcmp(name, "string")) return string(node);
     if (!std::strcmp(name, "array")) return array(node, depth);
-    if (!std::strcmp(name, "string") || !std::strcmp(name, "key")) {
-      std::optional<std::string> text = elementText(node, true);
-      return text ? Value(std::move(*text)) : Value();
-    }
     if (!std::strcmp(name, "true") || !std::strcmp(name, "false")) {
       if (node.first_child().type() == pugi::node_element) return Value();
       return Value(name[0] == 't');
@@ -227,6 +236,11 @@ class XmlWalker {
   }
 
  private:
+  static Value string(pugi::xml_node node) {
+    std::optional<std::string> text = elementText(node, true);
+    return text ? Value(std::move(*text)) : Value();
+  }
+
   // The element children of a container; false when it holds text.
   template <class Visit>
   static bool forEachChild(pugi::xml_node node, Visit visit) {
@@ -241,8 +255,16 @@ class XmlWalker {
     return true;
   }
 
+  static size_t elementCount(pugi::xml_node node) {
+    size_t n = 0;
+    for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling())
+      n += child.type() == pugi::node_element;
+    return n;
+  }
+
   Value array(pugi::xml_node node, int depth) {
     Array items;
+    items.reserve(elementCount(node));
     bool ok = forEachChild(node, [&](pugi::xml_node child) {
       Value item = value(child, depth + 1);
       if (item.isNull()) return false;
@@ -254,6 +276,7 @@ class XmlWalker {
 
   Value dict(pugi::xml_node node, int depth) {
     Dict entries;
+    entries.reserve(elementCount(node) / 2);
     std::optional<std::string> key;
     bool ok = forEachChild(node, [&](pugi::xml_node child) {
       if (!key) {

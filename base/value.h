@@ -234,6 +234,8 @@ class Dict {
   iterator begin() { return entries_.begin(); }
   iterator end() { return entries_.end(); }
 
+  void reserve(size_t entries) { entries_.reserve(entries); }
+
   const Value* find(std::string_view key) const;
   Value* find(std::string_view key);
   Value get(std::string_view key) const;
