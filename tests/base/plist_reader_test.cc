@@ -305,6 +305,24 @@ TEST(PlistReaderTest, BinaryCyclesAndBadReferencesAreRefused) {
   EXPECT_TRUE(parsePropertyList("bplist00garbage").isNull());
 }
 
+// The fuzzing seeds: files from another writer read as libplist reads them,
+// the hostile ones to null.
+TEST(PlistReaderTest, FuzzSeedsReadAsExpected) {
+  const std::filesystem::path seeds = std::filesystem::path(VELMAR_SOURCE_DIR) / "fuzz/corpus/plist";
+  auto read = [&](const char* name) {
+    std::string bytes;
+    EXPECT_EQ(readFileBytes(seeds / name, &bytes), 0) << name;
+    return bytes;
+  };
+  for (const char* valid : {"manifest.xml", "manifest.bplist", "entities.xml"})
+    expectSameAsOracle(read(valid), valid);
+  EXPECT_TRUE(identical(parsePropertyList(read("manifest.xml")), parsePropertyList(read("manifest.bplist"))));
+  EXPECT_EQ(parsePropertyList(read("bom.xml")), testing::dictOf({{"k", "v"}}));
+  for (const char* hostile : {"nul-key.bplist", "shared-bomb.bplist", "cycle.bplist", "deep.bplist", "deep.xml",
+                              "doctype-entity.xml"})
+    EXPECT_TRUE(parsePropertyList(read(hostile)).isNull()) << hostile;
+}
+
 // Every single-byte change and every truncation of a valid file reads to
 // something or to null, never crashes.
 TEST(PlistReaderTest, DamagedFilesNeverCrash) {
