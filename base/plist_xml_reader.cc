@@ -148,6 +148,7 @@ Value integerFrom(std::string_view text) {
 
 Value dateFrom(std::string_view text) {
   std::string_view t = trimmed(text);
+  if (t.empty()) return Value(Date{0});
   struct tm tm = {};
   long long seconds = 0;
   if (t.size() >= 11 && t.size() < 32) {
@@ -303,12 +304,7 @@ Value rootValue(const pugi::xml_document& doc) {
     root = root.find_child([](pugi::xml_node n) { return n.type() == pugi::node_element; });
     if (!root) return Value();
   }
-  Value value = XmlWalker().value(root, 0);
-  // A lone {"CF$UID": integer} at the root is a keyed-archive reference;
-  // the project reads it as its integer.
-  if (value.isDict() && value.count() == 1 && value.get("CF$UID").isInteger())
-    return value.get("CF$UID");
-  return value;
+  return XmlWalker().value(root, 0);
 }
 
 std::string_view withoutByteOrderMark(std::string_view bytes) {
