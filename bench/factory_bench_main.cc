@@ -21,7 +21,6 @@
 
 #include <fcntl.h>
 #include <malloc.h>
-#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
@@ -44,8 +43,6 @@
 #include "synth/sample_bundles.h"
 #include "synth/temp_dir.h"
 
-extern char** environ;
-
 namespace velmar {
 namespace {
 
@@ -66,23 +63,25 @@ RunResult run(const std::vector<std::string>& argv, const std::string& cwd = {},
   std::vector<char*> cargs;
   for (std::string& a : args) cargs.push_back(a.data());
   cargs.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, out.empty() ? "/dev/null" : out.c_str(),
-                                   O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+  const std::string output = out.empty() ? "/dev/null" : out;
   RunResult r;
   auto start = std::chrono::steady_clock::now();
-  pid_t pid;
-  if (posix_spawnp(&pid, cargs[0], &actions, nullptr, cargs.data(), environ) != 0) {
-    posix_spawn_file_actions_destroy(&actions);
-    return r;
+  // fork, not posix_spawn: a child sharing this process's memory until it
+  // runs the program would inherit this process's peak as its own.
+  pid_t pid = fork();
+  if (pid < 0) return r;
+  if (pid == 0) {
+    int o = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    int n = open("/dev/null", O_WRONLY);
+    if (o >= 0) dup2(o, 1);
+    if (n >= 0) dup2(n, 2);
+    execvp(cargs[0], cargs.data());
+    _exit(127);
   }
   int status = 0;
   struct rusage usage;
   wait4(pid, &status, 0, &usage);
   r.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  posix_spawn_file_actions_destroy(&actions);
   r.peakKb = usage.ru_maxrss;
   r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   return r;
@@ -138,8 +137,8 @@ std::string writeOrDie(const synth::BundleDescription& d, const std::string& pat
   return path;
 }
 
-// A spawned child starts out sharing this process's memory until it runs
-// the program, and the kernel keeps that size as the child's peak: give the
+// A forked child starts with this process's resident size, which the kernel
+// keeps as the lowest possible peak of the program it runs: give the
 // description's memory back first, so the peak measured is the tool's own.
 long trimmedResidentKb() {
   malloc_trim(0);
