@@ -21,6 +21,7 @@
 #include <optional>
 #include <pugixml.hpp>
 #include <string>
+#include <vector>
 
 #include "base/plist_readers.h"
 
@@ -242,59 +243,65 @@ class XmlWalker {
     return text ? Value(std::move(*text)) : Value();
   }
 
-  // The element children of a container; false when it holds text.
-  template <class Visit>
-  static bool forEachChild(pugi::xml_node node, Visit visit) {
-    if (*node.value() && !allBlank(node.value())) return false;
+  // The element children of a container, gathered into scratch space kept
+  // for each depth (one pass over the children, no allocation once warm);
+  // null when the container holds text.
+  const std::vector<pugi::xml_node>* children(pugi::xml_node node, int depth) {
+    if (*node.value() && !allBlank(node.value())) return nullptr;
+    std::vector<pugi::xml_node>& out = scratch_[static_cast<size_t>(depth)];
+    out.clear();
     for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling()) {
-      if (child.type() == pugi::node_element) {
-        if (!visit(child)) return false;
-      } else if (child.type() != pugi::node_pcdata || !allBlank(child.value())) {
-        return false;
+      pugi::xml_node_type type = child.type();
+      if (type == pugi::node_element) {
+        out.push_back(child);
+      } else if (type != pugi::node_pcdata || !allBlank(child.value())) {
+        return nullptr;
       }
     }
-    return true;
-  }
-
-  static size_t elementCount(pugi::xml_node node) {
-    size_t n = 0;
-    for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling())
-      n += child.type() == pugi::node_element;
-    return n;
+    return &out;
   }
 
   Value array(pugi::xml_node node, int depth) {
+    const std::vector<pugi::xml_node>* elements = children(node, depth);
+    if (!elements) return Value();
     Array items;
-    items.reserve(elementCount(node));
-    bool ok = forEachChild(node, [&](pugi::xml_node child) {
-      Value item = value(child, depth + 1);
-      if (item.isNull()) return false;
+    items.reserve(elements->size());
+    for (size_t i = 0; i < elements->size(); ++i) {
+      Value item = value((*elements)[i], depth + 1);
+      if (item.isNull()) return Value();
       items.push_back(std::move(item));
-      return true;
-    });
-    return ok ? Value(std::move(items)) : Value();
+    }
+    return Value(std::move(items));
   }
 
   Value dict(pugi::xml_node node, int depth) {
+    const std::vector<pugi::xml_node>* elements = children(node, depth);
+    if (!elements) return Value();
     Dict entries;
-    entries.reserve(elementCount(node) / 2);
-    std::optional<std::string> key;
-    bool ok = forEachChild(node, [&](pugi::xml_node child) {
-      if (!key) {
-        // A value needs its key first; a key with no value before the
-        // dictionary ends is dropped.
-        if (std::strcmp(child.name(), "key") != 0) return false;
-        key = elementText(child, true);
-        return key.has_value();
-      }
-      Value item = value(child, depth + 1);
-      if (item.isNull()) return false;
+    entries.reserve(elements->size() / 2);
+    // A value needs its key first; a key with no value before the
+    // dictionary ends is dropped.
+    for (size_t i = 0; i + 1 < elements->size(); i += 2) {
+      pugi::xml_node keyNode = (*elements)[i];
+      if (std::strcmp(keyNode.name(), "key") != 0) return Value();
+      std::optional<std::string> key = elementText(keyNode, true);
+      if (!key) return Value();
+      Value item = value((*elements)[i + 1], depth + 1);
+      if (item.isNull()) return Value();
       entries.set(std::move(*key), std::move(item));
-      key.reset();
-      return true;
-    });
-    return ok ? Value(std::move(entries)) : Value();
+    }
+    if (elements->size() % 2 != 0) {
+      pugi::xml_node last = elements->back();
+      if (std::strcmp(last.name(), "key") != 0 || !elementText(last, true)) return Value();
+    }
+    return Value(std::move(entries));
   }
+
+  // Element children by depth; a depth's vector is reused by every
+  // container at that depth. Sized once, so that no vector a caller holds
+  // ever moves.
+  std::vector<std::vector<pugi::xml_node>> scratch_ =
+      std::vector<std::vector<pugi::xml_node>>(kMaxPropertyListDepth + 1);
 };
 
 Value rootValue(const pugi::xml_document& doc) {
