@@ -95,6 +95,11 @@ class BundleView {
   // EINVAL when the path is not a regular file.
   virtual int openFile(std::string_view path, UniqueFd* fd) = 0;
 
+  // A hint that the regular files at `paths` are about to be opened with
+  // openFile: a view that fetches files from elsewhere (an image) fetches
+  // them all in one go. Nothing for a folder.
+  virtual void prepareFiles(const std::vector<std::string>& paths) { (void)paths; }
+
   // Pairs of names, each "folder/name", met while looking names up, that
   // differ only in case; a caller warns about them once.
   virtual std::vector<std::string> caseConflicts() const { return {}; }
