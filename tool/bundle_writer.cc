@@ -87,7 +87,16 @@ bool BundleWriter::plan(const Value& strippedManifest, const Value& modifiedFile
   }
   for (const auto& [path, contents] : modifiedFiles.dict())
     if (!planModified(path, contents)) return false;
-  return checkNothingBeneathFiles();
+  if (!checkNothingBeneathFiles()) return false;
+  // An image source extracts the files to copy in one go, before the
+  // staging folder exists: most of the time an interrupted strip from an
+  // image spends is spent here.
+  std::vector<std::string> copied;
+  for (const std::vector<Item>* items : {&kept_, &modified_})
+    for (const Item& item : *items)
+      if (item.kind == Kind::File || item.kind == Kind::FileCopy) copied.push_back(item.source);
+  source_->prepareFiles(copied);
+  return true;
 }
 
 bool BundleWriter::planKept(const Value& pathValue) {
@@ -198,17 +207,13 @@ bool BundleWriter::write(const std::string& folder) {
   if (!target.valid()) return fail("write", folder, errno);
 
   uint64_t files = 0, bytes = 0;
-  std::vector<std::string> copied;
   for (const std::vector<Item>* items : {&kept_, &modified_}) {
     for (const Item& item : *items) {
       if (item.kind != Kind::File && item.kind != Kind::FileCopy) continue;
       ++files;
       bytes += item.size;
-      copied.push_back(item.source);
     }
   }
-  // An image source extracts them all in one go.
-  source_->prepareFiles(copied);
   CopyProgress progress(options_.showProgress, files, bytes);
   progress_ = &progress;
   bool ok = true;

@@ -262,10 +262,11 @@ std::vector<ImageEntry> parseSevenZipListing(std::string_view text) {
     if (!entry.path.empty()) {
       std::string_view mode = field("Mode");
       entry.linkTarget = std::string(field("Symbolic Link"));
-      if (field("Folder") == "+") {
-        entry.kind = EntryKind::Folder;
-      } else if (!entry.linkTarget.empty()) {
+      // A link to a folder is listed as a folder too: the link wins.
+      if (!entry.linkTarget.empty() || hasPrefix(mode, "l", Compare::Literal)) {
         entry.kind = EntryKind::Link;
+      } else if (field("Folder") == "+") {
+        entry.kind = EntryKind::Folder;
       } else {
         entry.kind = kindFromMode(mode);
       }
@@ -431,7 +432,7 @@ bool extractImageFile(const ImageReader& reader, const std::string& image,
   const std::string& sevenZip =
       reader.kind == ImageReader::Kind::SevenZip ? reader.program : reader.sevenZip;
   if (sevenZip.empty()) {
-    *error = "no program here extracts a single file from it";
+    *error = reader.program.empty() ? reader.missing : "7-Zip is not on PATH";
     return false;
   }
   ChildRequest request;
@@ -462,6 +463,10 @@ bool extractImageFiles(const ImageReader& reader, const std::string& image,
                        const std::vector<std::string>& paths, const std::string& into,
                        std::string* error) {
   if (paths.empty()) return true;
+  if (reader.program.empty()) {
+    *error = reader.missing;
+    return false;
+  }
   ChildResult run;
   if (reader.kind == ImageReader::Kind::SevenZip) {
     // The names go through a list file: there may be thousands.

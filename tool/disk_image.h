@@ -56,6 +56,8 @@ struct ImageReader {
   Kind kind = Kind::SevenZip;
   std::string program;    // the reader
   std::string sevenZip;   // for ISO images: 7-Zip too when there, for times and contents
+  // No reader at all: why (the image was served from the cache so far).
+  std::string missing;
 };
 
 // The reader for `image`: xorriso for ISO 9660 (7-Zip would read only the

@@ -534,13 +534,11 @@ std::unique_ptr<BundleView> openImageView(const std::string& image, const ImageV
     *error = "cannot read " + quoted + ": " + strerror(err);
     return nullptr;
   }
+  // The reader is needed only for what the cache does not hold.
   std::string missing;
   std::optional<ImageReader> reader = chooseImageReader(image, &missing);
-  if (!reader) {
-    *error = "cannot read " + quoted + ": " + missing + " is not on PATH; install the " +
-             (missing == "xorriso" ? "xorriso" : "7zip") + " package";
-    return nullptr;
-  }
+  const std::string noReader = missing + " is not on PATH; install the " +
+                               (missing == "xorriso" ? "xorriso" : "7zip") + " package";
   std::string absolute = canonicalPath(image).value_or(image);
   std::unique_ptr<ImageCache> cache =
       ImageCache::open(options.cacheRoot, absolute, identity, options.cacheLimits);
@@ -548,8 +546,8 @@ std::unique_ptr<BundleView> openImageView(const std::string& image, const ImageV
   std::vector<ImageEntry> entries;
   std::string stored;
   if (!cache || !cache->loadListing(&stored) || !decodeListing(stored, &entries)) {
-    std::string why;
-    if (!listImage(*reader, image, &entries, &why)) {
+    std::string why = noReader;
+    if (!reader || !listImage(*reader, image, &entries, &why)) {
       *error = "cannot read " + quoted + ": " + why;
       return nullptr;
     }
@@ -569,8 +567,10 @@ std::unique_ptr<BundleView> openImageView(const std::string& image, const ImageV
   int root = 0;
   for (size_t i = 0; i < nodes.size(); ++i)
     if (nodes[i].entry.path == *bundle) root = static_cast<int>(i);
-  return std::make_unique<ImageView>(image, image, identity, std::move(*reader), std::move(cache),
-                                     std::move(nodes), root);
+  ImageReader none;
+  none.missing = noReader;
+  return std::make_unique<ImageView>(image, image, identity, reader ? std::move(*reader) : none,
+                                     std::move(cache), std::move(nodes), root);
 }
 
 }  // namespace velmar::tool
