@@ -298,12 +298,55 @@ std::vector<ImageEntry> parseSevenZipListing(std::string_view text) {
   return entries;
 }
 
+namespace {
+
+// "File data lba:  0 ,  37 ,  1 ,  6 , '/B/a.plist'": extent number, first
+// 2048-byte block, blocks, bytes, path.
+bool parseExtentLine(std::string_view line, std::string* path, uint64_t* index,
+                     ImageExtent* extent) {
+  static constexpr std::string_view kPrefix = "File data lba:";
+  if (line.substr(0, kPrefix.size()) != kPrefix) return false;
+  uint64_t numbers[4];
+  size_t at = kPrefix.size();
+  for (uint64_t& number : numbers) {
+    while (at < line.size() && line[at] == ' ') ++at;
+    size_t start = at;
+    while (at < line.size() && line[at] >= '0' && line[at] <= '9') ++at;
+    if (at == start) return false;
+    number = parseCount(line.substr(start, at - start));
+    while (at < line.size() && line[at] == ' ') ++at;
+    if (at >= line.size() || line[at] != ',') return false;
+    ++at;
+  }
+  while (at < line.size() && line[at] == ' ') ++at;
+  std::string quoted;
+  if (!unquoteWord(line, &at, &quoted)) return false;
+  *path = cleanListedPath(quoted);
+  *index = numbers[0];
+  if (numbers[1] > (UINT64_MAX >> 12)) return false;
+  extent->offset = numbers[1] * 2048;
+  extent->length = numbers[3];
+  return !path->empty();
+}
+
+}  // namespace
+
 std::vector<ImageEntry> parseXorrisoListing(std::string_view text, time_t now) {
   static constexpr std::string_view kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
   std::vector<ImageEntry> entries;
+  std::map<std::string, std::map<uint64_t, ImageExtent>> extents;
   size_t pos = 0;
   while (pos < text.size()) {
     std::string_view line = nextLine(text, &pos);
+    {
+      std::string path;
+      uint64_t index = 0;
+      ImageExtent extent;
+      if (parseExtentLine(line, &path, &index, &extent)) {
+        extents[path][index] = extent;
+        continue;
+      }
+    }
     // mode, links, owner, group, size, month, day, time or year, then the
     // quoted path and, for a link, " -> " and the quoted target.
     std::vector<std::string_view> words;
@@ -348,6 +391,20 @@ std::vector<ImageEntry> parseXorrisoListing(std::string_view text, time_t now) {
     entry.modified.tv_sec = ::timegm(&tm);
     entry.accessed = entry.modified;
     entries.push_back(std::move(entry));
+  }
+  // Extents are used only when they account for the whole file: a file
+  // stored compressed, or a layout not understood, goes through the reader.
+  for (ImageEntry& entry : entries) {
+    auto it = extents.find(entry.path);
+    if (entry.kind != EntryKind::File || it == extents.end()) continue;
+    uint64_t total = 0, expected = 0;
+    bool ordered = true;
+    for (const auto& [index, extent] : it->second) {
+      ordered = ordered && index == expected++;
+      total += extent.length;
+      entry.extents.push_back(extent);
+    }
+    if (!ordered || total != entry.size) entry.extents.clear();
   }
   return entries;
 }
@@ -396,7 +453,9 @@ bool listImage(const ImageReader& reader, const std::string& image,
     return listWithSevenZip(reader.program, image, entries, error);
 
   ChildResult run = runReader(
-      reader.program, {"-indev", pathArgument(image), "-find", "/", "-exec", "lsdl", "--"},
+      reader.program,
+      {"-indev", pathArgument(image), "-find", "/", "-exec", "lsdl", "--", "-find", "/", "-type",
+       "f", "-exec", "report_lba", "--"},
       kListingTimeoutMs);
   if (!run.succeeded() || run.truncated) {
     *error = run.truncated ? "its listing is too large" : failure(reader.program, run);

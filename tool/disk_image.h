@@ -38,6 +38,14 @@ bool makeImage(const std::string& xorriso, const std::string& folder, const std:
 
 // ---- reading an image in place ---------------------------------------------
 
+// Where a file's bytes lie in the image file itself, for images that store
+// files uncompressed and contiguous (ISO 9660): they are then read in place.
+struct ImageExtent {
+  uint64_t offset = 0;
+  uint64_t length = 0;
+  bool operator==(const ImageExtent&) const = default;
+};
+
 // One entry of an image's listing; the path is relative to the image's root
 // and never empty.
 struct ImageEntry {
@@ -48,6 +56,9 @@ struct ImageEntry {
   struct timespec modified = {};
   struct timespec accessed = {};
   std::string linkTarget;
+  // A regular file's bytes in the image, in order, adding up to `size`;
+  // empty when only the reader can extract them.
+  std::vector<ImageExtent> extents;
 };
 
 // Which program reads an image, and how.
@@ -82,7 +93,8 @@ bool extractImageFiles(const ImageReader& reader, const std::string& image,
 // The readers' listings, parsed: 7-Zip's "l -slt" technical listing, and
 // xorriso's "-find / -exec lsdl" (ls -dln style, times in UTC; a time
 // without a year is placed in the year before `now` when it would lie in
-// the future).
+// the future) followed by its "report_lba" lines, which give the files'
+// extents.
 std::vector<ImageEntry> parseSevenZipListing(std::string_view text);
 std::vector<ImageEntry> parseXorrisoListing(std::string_view text, time_t now);
 

@@ -30,7 +30,7 @@ constexpr int kMaxLinks = 40;
 // Below this many files, announced files are extracted one at a time.
 constexpr size_t kBatchMinimum = 3;
 
-constexpr std::string_view kListingHeader = "velmarbs image listing 1\n";
+constexpr std::string_view kListingHeader = "velmarbs image listing 2\n";
 
 char kindLetter(EntryKind kind) {
   switch (kind) {
@@ -108,11 +108,12 @@ struct Node {
 
 class ImageView : public BundleView {
  public:
-  ImageView(std::string location, std::string image, FileIdentity identity, ImageReader reader,
-            std::unique_ptr<ImageCache> cache, std::vector<Node> nodes, int root)
+  ImageView(std::string location, std::string image, FileIdentity identity, UniqueFd imageFd,
+            ImageReader reader, std::unique_ptr<ImageCache> cache, std::vector<Node> nodes, int root)
       : location_(std::move(location)),
         image_(std::move(image)),
         identity_(identity),
+        imageFd_(std::move(imageFd)),
         reader_(std::move(reader)),
         cache_(std::move(cache)),
         nodes_(std::move(nodes)),
@@ -155,6 +156,11 @@ class ImageView : public BundleView {
     if (int err = regularFile(path, &node)) return err;
     const uint64_t size = nodes_[node].entry.size;
     if (size > limit) return EFBIG;
+    if (!nodes_[node].entry.extents.empty()) {
+      if (int err = readInPlace(node, bytes)) return err;
+      if (identity) *identity = identityOf(node);
+      return 0;
+    }
     UniqueFd fd;
     if (int err = fetch(node, &fd)) return err;
     bytes->assign(static_cast<size_t>(size), '\0');
@@ -183,6 +189,7 @@ class ImageView : public BundleView {
     for (const std::string& path : paths) {
       int node;
       if (regularFile(path, &node) != 0 || nodes_[node].entry.size == 0) continue;
+      if (!nodes_[node].entry.extents.empty()) continue;
       if (prefetched_.count(node) || !seen.insert(node).second) continue;
       if (cache_ && cache_->openFile(nodes_[node].entry.path, nodes_[node].entry.size).valid())
         continue;
@@ -322,10 +329,83 @@ class ImageView : public BundleView {
     return ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && static_cast<uint64_t>(st.st_size) == size;
   }
 
+  // The image as it was listed: a changed image is never read in place.
+  int checkImage() const {
+    struct stat st;
+    if (!imageFd_.valid() || ::fstat(imageFd_.get(), &st) != 0) return EIO;
+    const int64_t modifiedNs =
+        static_cast<int64_t>(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+    if (static_cast<uint64_t>(st.st_size) != identity_.size || modifiedNs != identity_.modifiedNs) {
+      LogObject::sharedLogger().Log("XXX ERROR: the disk image \"%s\" changed while it was read.",
+                                    location_);
+      return EIO;
+    }
+    return 0;
+  }
+
+  bool extentsInside(const ImageEntry& entry) const {
+    for (const ImageExtent& extent : entry.extents)
+      if (extent.offset > identity_.size || extent.length > identity_.size - extent.offset)
+        return false;
+    return true;
+  }
+
+  // A file stored plainly in the image, read straight from it.
+  int readInPlace(int node, std::string* bytes) {
+    const ImageEntry& entry = nodes_[node].entry;
+    if (int err = checkImage()) return err;
+    if (!extentsInside(entry)) return EIO;
+    bytes->assign(static_cast<size_t>(entry.size), '\0');
+    size_t done = 0;
+    for (const ImageExtent& extent : entry.extents) {
+      for (uint64_t got = 0; got < extent.length;) {
+        ssize_t n = ::pread(imageFd_.get(), bytes->data() + done, extent.length - got,
+                            static_cast<off_t>(extent.offset + got));
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return errno;
+        if (n == 0) return EIO;
+        got += static_cast<uint64_t>(n);
+        done += static_cast<size_t>(n);
+      }
+    }
+    return 0;
+  }
+
+  // The same into a file without a name, copied by the kernel.
+  int copyInPlace(int node, UniqueFd* fd) {
+    const ImageEntry& entry = nodes_[node].entry;
+    if (int err = checkImage()) return err;
+    if (!extentsInside(entry)) return EIO;
+    UniqueFd out = unnamedFile();
+    if (!out.valid()) return errno ? errno : EIO;
+    for (const ImageExtent& extent : entry.extents) {
+      loff_t in = static_cast<loff_t>(extent.offset);
+      for (uint64_t left = extent.length; left > 0;) {
+        ssize_t n = ::copy_file_range(imageFd_.get(), &in, out.get(), nullptr, left, 0);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0 && (errno == EXDEV || errno == ENOSYS || errno == EOPNOTSUPP || errno == EINVAL)) {
+          // Across file systems on older kernels: through a buffer.
+          char buffer[1 << 16];
+          n = ::pread(imageFd_.get(), buffer, std::min<uint64_t>(left, sizeof buffer), in);
+          if (n > 0 && ::write(out.get(), buffer, static_cast<size_t>(n)) != n) return errno ? errno : EIO;
+          if (n > 0) in += n;
+        }
+        if (n < 0) return errno;
+        if (n == 0) return EIO;
+        left -= static_cast<uint64_t>(n);
+      }
+    }
+    if (::lseek(out.get(), 0, SEEK_SET) != 0) return errno;
+    *fd = std::move(out);
+    return 0;
+  }
+
   // A descriptor on the contents of the regular file `node`, read from
-  // its start: from an announced batch, the cache, or extracted now.
+  // its start: copied from the image in place, from an announced batch,
+  // the cache, or extracted now.
   int fetch(int node, UniqueFd* fd) {
     const ImageEntry& entry = nodes_[node].entry;
+    if (!entry.extents.empty()) return copyInPlace(node, fd);
     auto batch = prefetched_.find(node);
     if (batch != prefetched_.end()) {
       UniqueFd folder(::open(batch->second.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
@@ -377,6 +457,7 @@ class ImageView : public BundleView {
   std::string location_;
   std::string image_;
   FileIdentity identity_;
+  UniqueFd imageFd_;
   ImageReader reader_;
   std::unique_ptr<ImageCache> cache_;
   std::vector<Node> nodes_;
@@ -452,7 +533,11 @@ std::string encodeListing(const std::vector<ImageEntry>& entries) {
     text += "\t" + std::to_string(e.mode) + "\t" + std::to_string(e.size) + "\t" +
             std::to_string(e.modified.tv_sec) + "\t" + std::to_string(e.modified.tv_nsec) + "\t" +
             std::to_string(e.accessed.tv_sec) + "\t" + std::to_string(e.accessed.tv_nsec) + "\t" +
-            escape(e.path) + "\t" + escape(e.linkTarget) + "\n";
+            escape(e.path) + "\t" + escape(e.linkTarget) + "\t";
+    for (size_t i = 0; i < e.extents.size(); ++i)
+      text += (i ? "," : "") + std::to_string(e.extents[i].offset) + ":" +
+              std::to_string(e.extents[i].length);
+    text += "\n";
   }
   return text;
 }
@@ -466,7 +551,7 @@ bool decodeListing(std::string_view text, std::vector<ImageEntry>* entries) {
     if (end == std::string_view::npos) return false;  // a cut-off file
     std::vector<std::string_view> f = splitTabs(text.substr(pos, end - pos));
     pos = end + 1;
-    if (f.size() != 9 || f[0].size() != 1) return false;
+    if (f.size() != 10 || f[0].size() != 1) return false;
     ImageEntry e;
     e.kind = kindOfLetter(f[0][0]);
     e.mode = static_cast<mode_t>(toInt(f[1]) & 07777);
@@ -475,6 +560,20 @@ bool decodeListing(std::string_view text, std::vector<ImageEntry>* entries) {
     e.accessed = {static_cast<time_t>(toInt(f[5])), static_cast<long>(toInt(f[6]))};
     if (!unescape(f[7], &e.path) || !unescape(f[8], &e.linkTarget)) return false;
     if (e.path.empty() || !relativePathProblem(e.path).empty()) return false;
+    uint64_t total = 0;
+    for (size_t start = 0; start < f[9].size();) {
+      size_t comma = f[9].find(',', start);
+      if (comma == std::string_view::npos) comma = f[9].size();
+      std::string_view pair = f[9].substr(start, comma - start);
+      size_t colon = pair.find(':');
+      if (colon == std::string_view::npos) return false;
+      ImageExtent extent{static_cast<uint64_t>(toInt(pair.substr(0, colon))),
+                         static_cast<uint64_t>(toInt(pair.substr(colon + 1)))};
+      total += extent.length;
+      e.extents.push_back(extent);
+      start = comma + 1;
+    }
+    if (!e.extents.empty() && (e.kind != EntryKind::File || total != e.size)) return false;
     entries->push_back(std::move(e));
   }
   return true;
@@ -518,9 +617,10 @@ std::optional<std::string> findImageBundle(const std::vector<ImageEntry>& entrie
 
 std::unique_ptr<BundleView> openImageView(const std::string& image, const ImageViewOptions& options,
                                           std::string* error) {
+  UniqueFd* imageFdRef = nullptr;
   auto identify = [&](FileIdentity* id) {
     struct stat st;
-    if (::stat(image.c_str(), &st) != 0) return errno;
+    if (::fstat(imageFdRef->get(), &st) != 0) return errno;
     if (!S_ISREG(st.st_mode)) return EINVAL;
     id->device = st.st_dev;
     id->inode = st.st_ino;
@@ -530,8 +630,11 @@ std::unique_ptr<BundleView> openImageView(const std::string& image, const ImageV
   };
   const std::string quoted = "the disk image \"" + image + "\"";
   FileIdentity identity;
-  if (int err = identify(&identity)) {
-    *error = "cannot read " + quoted + ": " + strerror(err);
+  UniqueFd imageFd(::open(image.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  imageFdRef = &imageFd;
+  int openError = imageFd.valid() ? identify(&identity) : errno;
+  if (openError) {
+    *error = "cannot read " + quoted + ": " + strerror(openError);
     return nullptr;
   }
   // The reader is needed only for what the cache does not hold.
@@ -553,8 +656,12 @@ std::unique_ptr<BundleView> openImageView(const std::string& image, const ImageV
     }
     // A listing is kept only when the image did not change while it was
     // read.
+    // (By its path: the reader opened it by its path too.)
+    UniqueFd again(::open(image.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     FileIdentity after;
-    if (cache && identify(&after) == 0 && after == identity) cache->storeListing(encodeListing(entries));
+    imageFdRef = &again;
+    if (cache && again.valid() && identify(&after) == 0 && after == identity)
+      cache->storeListing(encodeListing(entries));
   }
 
   std::string why;
@@ -569,7 +676,8 @@ std::unique_ptr<BundleView> openImageView(const std::string& image, const ImageV
     if (nodes[i].entry.path == *bundle) root = static_cast<int>(i);
   ImageReader none;
   none.missing = noReader;
-  return std::make_unique<ImageView>(image, image, identity, reader ? std::move(*reader) : none,
+  return std::make_unique<ImageView>(image, image, identity, std::move(imageFd),
+                                     reader ? std::move(*reader) : none,
                                      std::move(cache), std::move(nodes), root);
 }
 

@@ -175,8 +175,10 @@ TEST_P(ImageSourceTest, TheCacheServesAnUnchangedImageAndNeverAChangedOne) {
     std::string bytes;
     EXPECT_EQ(view->readFile("Restore/BuildManifest.plist", 1 << 26, &bytes), 0);
     EXPECT_EQ(bytes, before);
-    // What was never read needs the reader.
-    EXPECT_EQ(view->readFile("Restore/Restore.plist", 1 << 26, &bytes), EIO);
+    // What was never read needs the reader, but for ISO 9660, whose files
+    // are read in place.
+    EXPECT_EQ(view->readFile("Restore/Restore.plist", 1 << 26, &bytes),
+              GetParam() == "iso" ? 0 : EIO);
   }
   ::setenv("PATH", path.c_str(), 1);
 
@@ -243,8 +245,9 @@ TEST_P(ImageSourceTest, QueriesValidationAndStripsMatchTheFolder) {
     EntryInfo source, copy;
     ASSERT_EQ(openFolderView(fromImage)->entryInfo(kept.str(), &copy), 0) << kept.str();
     ASSERT_EQ(openFolderView(bundle_)->entryInfo(kept.str(), &source), 0) << kept.str();
-    if (source.kind == EntryKind::File)
+    if (source.kind == EntryKind::File) {
       EXPECT_EQ(copy.modified.tv_sec, source.modified.tv_sec) << kept.str();
+    }
   }
   Value cookie = parsePropertyList(readText(fromImage + "/VelmarBSCookie.plist"));
   EXPECT_EQ(cookie.get("source"), Value(image_));
@@ -279,19 +282,20 @@ TEST_P(ImageSourceTest, AnImageWithoutABundleOrWithTwoIsRefused) {
   EXPECT_FALSE(existsNoFollow(scratch_ / "T"));
 }
 
-// The reader stopped while it extracts the kept files, as a user's ^C
-// stops the whole process group: no temporary folder is left anywhere once
-// the next run has looked at the cache.
+// The reader stopped while it works, as a user's ^C stops the whole process
+// group: no temporary folder is left anywhere once the next run has looked
+// at the cache.
 TEST_P(ImageSourceTest, AnInterruptedStripLeavesNoTemporaryFolder) {
-  // A reader that lists and extracts single files as 7-Zip does, but hangs
-  // on the batch extraction a strip makes.
+  // A reader that works as the real one, but hangs on the batch extraction
+  // of the kept files (7-Zip), or on the listing (xorriso: ISO 9660 files
+  // are then copied in place, without the reader).
   const std::string bin = dir_ / "bin";
   fs::create_directories(bin);
   const std::string real = GetParam() == "iso" ? *findXorriso() : *findSevenZip();
   const std::string name = GetParam() == "iso" ? "xorriso" : "7zz";
   writeText(bin + "/" + name,
             "#!/bin/sh\n"
-            "for a in \"$@\"; do case \"$a\" in x|-extract_l) /usr/bin/touch \"" + bin + "/hung\"; "
+            "for a in \"$@\"; do case \"$a\" in x|-find) /usr/bin/touch \"" + bin + "/hung\"; "
             "exec /bin/sleep 60;; esac; done\n"
             "exec " + real + " \"$@\"\n");
   fs::permissions(bin + "/" + name, fs::perms::owner_all);

@@ -1,0 +1,108 @@
+#!/bin/bash
+# A bundle read from a disk image against the same bundle as a folder, side
+# by side: a query (--validproducts), a validate and a strip (to a folder),
+# for images of 1 GB and 4 GB, made by the tool's own image writer
+# (xorriso, ISO 9660). The image is read cold (empty cache: listing
+# included) and warm (the listing and the files read before come from the
+# cache, as for the desktop's later scan queries, its validate and its
+# strip).
+#
+#   bench/image_bench.sh [BUILD_DIR] [SIZES_IN_GB...]
+#
+# Needs xorriso, 7-Zip and about 2.5 x the largest size free in $TMPDIR
+# (the payload files are sparse; the images are not). Times are wall-clock
+# seconds, the best of three runs (strips: of two), with the page cache
+# warm.
+
+set -euo pipefail
+
+build=${1:-build}
+shift || true
+sizes=("$@")
+[ ${#sizes[@]} -gt 0 ] || sizes=(1 4)
+velmarbs=$(realpath "$build/tool/velmarbs")
+mkbundle=$(realpath "$build/synth/velmar-mkbundle")
+sevenzip=$(command -v 7zz || command -v 7z || command -v 7za)
+xorriso=$(command -v xorriso)
+
+work=$(mktemp -d "${TMPDIR:-/tmp}/velmar-image-bench-XXXXXX")
+trap 'rm -rf "$work"' EXIT
+export XDG_CACHE_HOME=$work/cache
+
+largest=0
+for s in "${sizes[@]}"; do [ "$s" -gt "$largest" ] && largest=$s; done
+free_kb=$(df -Pk "$work" | awk 'NR==2 {print $4}')
+need_kb=$((largest * 1024 * 1024 * 5 / 2))
+if [ "$free_kb" -lt "$need_kb" ]; then
+  echo "image_bench: need $((need_kb / 1024 / 1024)) GB free in $work, have $((free_kb / 1024 / 1024)) GB" >&2
+  exit 1
+fi
+
+# Seconds taken by a command, to the millisecond.
+seconds() {
+  local start end
+  start=$(date +%s%N)
+  "$@" >/dev/null 2>&1
+  end=$(date +%s%N)
+  echo $(((end - start) / 1000000)) | awk '{printf "%.3f", $1 / 1000}'
+}
+
+# The best of N runs of a command; `prepare` (a function name) runs first.
+best() {
+  local runs=$1 prepare=$2 best="" t
+  shift 2
+  for ((i = 0; i < runs; i++)); do
+    $prepare
+    t=$(seconds "$@")
+    if [ -z "$best" ] || awk -v a="$t" -v b="$best" 'BEGIN {exit !(a < b)}'; then best=$t; fi
+  done
+  echo "$best"
+}
+
+nothing() { :; }
+clear_cache() { rm -rf "$XDG_CACHE_HOME"; }
+clear_targets() { rm -rf "$work/out-folder" "$work/out-image"; }
+
+selection=(--product r13 --factory swdl)
+
+printf '%-5s %6s %-22s %9s %9s %9s %7s\n' size files step folder "image" "cold" "ratio"
+for gb in "${sizes[@]}"; do
+  bundle=$work/content-$gb/Bundle
+  image=$work/Bundle-$gb.dmg
+  mkdir -p "$work/content-$gb"
+  "$mkbundle" "$bundle" --large 55 >/dev/null
+  # A quarter of the bytes in the system image a strip for r13 keeps, the
+  # rest spread over the other system images. Sparse, so cheap to make.
+  total=$((gb * 1024 * 1024 * 1024))
+  kept=$bundle/Restore/038-1300-002.dmg
+  others=("$bundle"/Restore/038-*.dmg)
+  truncate -s $((total / 4)) "$kept"
+  each=$((total * 3 / 4 / (${#others[@]} - 1)))
+  for f in "${others[@]}"; do [ "$f" = "$kept" ] || truncate -s "$each" "$f"; done
+  files=$(find "$bundle" | wc -l)
+  "$xorriso" -as mkisofs -R -J -joliet-long -iso-level 3 -o "$image" "$work/content-$gb" >/dev/null 2>&1
+
+  listing_xorriso=$(best 3 nothing "$xorriso" -indev "$image" -find / -exec lsdl --)
+  listing_7z=$(best 3 nothing "$sevenzip" l -slt "$image")
+
+  q_folder=$(best 3 nothing "$velmarbs" --validproducts --source "$bundle")
+  q_cold=$(best 3 clear_cache "$velmarbs" --validproducts --source "$image")
+  q_warm=$(best 3 nothing "$velmarbs" --validproducts --source "$image")
+  v_folder=$(best 3 nothing "$velmarbs" --source "$bundle" "${selection[@]}")
+  v_cold=$(best 3 clear_cache "$velmarbs" --source "$image" "${selection[@]}")
+  v_warm=$(best 3 nothing "$velmarbs" --source "$image" "${selection[@]}")
+  s_folder=$(best 2 clear_targets "$velmarbs" --source "$bundle" --target "$work/out-folder" "${selection[@]}")
+  s_cold=$(best 2 "eval clear_targets; clear_cache" "$velmarbs" --source "$image" --target "$work/out-image" "${selection[@]}")
+  "$velmarbs" --validproducts --source "$image" >/dev/null 2>&1
+  s_warm=$(best 2 clear_targets "$velmarbs" --source "$image" --target "$work/out-image" "${selection[@]}")
+
+  ratio() { awk -v a="$1" -v b="$2" 'BEGIN {printf "%.2f", a / b}'; }
+  printf '%-5s %6s %-22s %9s %9s %9s %7s\n' "${gb}GB" "$files" "listing (xorriso+7z)" "" "" \
+    "$(awk -v a="$listing_xorriso" -v b="$listing_7z" 'BEGIN {printf "%.3f", a + b}')" ""
+  printf '%-5s %6s %-22s %9s %9s %9s %7s\n' "" "" "query --validproducts" "$q_folder" "$q_warm" "$q_cold" "$(ratio "$q_warm" "$q_folder")"
+  printf '%-5s %6s %-22s %9s %9s %9s %7s\n' "" "" "validate r13 swdl" "$v_folder" "$v_warm" "$v_cold" "$(ratio "$v_warm" "$v_folder")"
+  printf '%-5s %6s %-22s %9s %9s %9s %7s\n' "" "" "strip r13 swdl" "$s_folder" "$s_warm" "$s_cold" "$(ratio "$s_warm" "$s_folder")"
+  rm -rf "$work/content-$gb" "$image" "$work/out-folder" "$work/out-image"
+  clear_cache
+done
+echo "(seconds; image = warm cache, cold = empty cache; ratio = image / folder)"
