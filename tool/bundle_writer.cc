@@ -283,24 +283,23 @@ bool BundleWriter::copyFile(int parentFd, const Item& item) {
     if (int err = source_->entryInfo(item.source, &info)) return lookupFailed(item.source, err);
     if (info.kind == EntryKind::Link) return refuse(item.source, "it is now a symbolic link");
   }
-  UniqueFd in;
-  if (int err = source_->openFile(item.source, &in)) {
-    if (err == EINVAL) return refuse(item.source, "it is no longer a regular file");
-    return lookupFailed(item.source, err);
-  }
-  struct stat st;
-  if (::fstat(in.get(), &st) != 0) return fail("read", item.source, errno);
-  // A FIFO or device swapped in would block or never end.
-  if (!S_ISREG(st.st_mode)) return refuse(item.source, "it is no longer a regular file");
-
   const std::string leaf = lastComponent(item.path);
   UniqueFd out(
       ::openat(parentFd, leaf.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!out.valid()) return fail("create", item.path, errno);
-  if (int err = copyFileData(in.get(), out.get(), progress_)) return fail("copy", item.path, err);
+  // The view refuses anything but a regular file (a FIFO or device swapped
+  // in would block or never end) and copies from wherever it keeps the
+  // bytes.
+  int err = source_->copyFile(item.source, out.get(), [this](uint64_t bytes) {
+    if (progress_) progress_->addBytes(bytes);
+  });
+  if (err == EINVAL) return refuse(item.source, "it is no longer a regular file");
+  if (err == ENOENT || err == EXDEV || err == ELOOP || err == ENOTDIR)
+    return lookupFailed(item.source, err);
+  if (err) return fail("copy", item.path, err);
   if (::fchmod(out.get(), item.mode) != 0) return fail("set the permissions of", item.path, errno);
   if (::futimens(out.get(), item.times) != 0) return fail("set the times of", item.path, errno);
-  if (int err = out.close()) return fail("write", item.path, err);
+  if (int closeErr = out.close()) return fail("write", item.path, closeErr);
   if (progress_) progress_->fileDone();
   return true;
 }

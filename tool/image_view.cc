@@ -183,6 +183,21 @@ class ImageView : public BundleView {
     return fetch(node, fd);
   }
 
+  int copyFile(std::string_view path, int out,
+               const std::function<void(uint64_t)>& progress) override {
+    int node;
+    if (int err = regularFile(path, &node)) return err;
+    const ImageEntry& entry = nodes_[node].entry;
+    if (entry.extents.empty()) return BundleView::copyFile(path, out, progress);
+    // Straight from the image: one copy, in the kernel.
+    if (int err = checkImage()) return err;
+    if (!extentsInside(entry)) return EIO;
+    for (const ImageExtent& extent : entry.extents)
+      if (int err = copyBytes(imageFd_.get(), extent.offset, extent.length, out, progress))
+        return err;
+    return 0;
+  }
+
   void prepareFiles(const std::vector<std::string>& paths) override {
     std::vector<int> wanted;
     std::set<int> seen;
@@ -378,23 +393,9 @@ class ImageView : public BundleView {
     if (!extentsInside(entry)) return EIO;
     UniqueFd out = unnamedFile();
     if (!out.valid()) return errno ? errno : EIO;
-    for (const ImageExtent& extent : entry.extents) {
-      loff_t in = static_cast<loff_t>(extent.offset);
-      for (uint64_t left = extent.length; left > 0;) {
-        ssize_t n = ::copy_file_range(imageFd_.get(), &in, out.get(), nullptr, left, 0);
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0 && (errno == EXDEV || errno == ENOSYS || errno == EOPNOTSUPP || errno == EINVAL)) {
-          // Across file systems on older kernels: through a buffer.
-          char buffer[1 << 16];
-          n = ::pread(imageFd_.get(), buffer, std::min<uint64_t>(left, sizeof buffer), in);
-          if (n > 0 && ::write(out.get(), buffer, static_cast<size_t>(n)) != n) return errno ? errno : EIO;
-          if (n > 0) in += n;
-        }
-        if (n < 0) return errno;
-        if (n == 0) return EIO;
-        left -= static_cast<uint64_t>(n);
-      }
-    }
+    for (const ImageExtent& extent : entry.extents)
+      if (int err = copyBytes(imageFd_.get(), extent.offset, extent.length, out.get(), nullptr))
+        return err;
     if (::lseek(out.get(), 0, SEEK_SET) != 0) return errno;
     *fd = std::move(out);
     return 0;
