@@ -515,10 +515,15 @@ std::vector<Node> buildTree(std::vector<ImageEntry> entries) {
     byPath.emplace(nodes.back().entry.path, index);
   };
   // Parents before children, whatever order the reader listed in.
-  std::stable_sort(entries.begin(), entries.end(), [](const ImageEntry& a, const ImageEntry& b) {
-    return std::count(a.path.begin(), a.path.end(), '/') < std::count(b.path.begin(), b.path.end(), '/');
-  });
-  for (ImageEntry& entry : entries) add(std::move(entry));
+  std::vector<std::pair<size_t, size_t>> order;  // depth, index
+  order.reserve(entries.size());
+  for (size_t i = 0; i < entries.size(); ++i)
+    order.emplace_back(std::count(entries[i].path.begin(), entries[i].path.end(), '/'), i);
+  std::stable_sort(order.begin(), order.end(),
+                   [](const auto& a, const auto& b) { return a.first < b.first; });
+  nodes.reserve(entries.size() + 1);
+  byPath.reserve(entries.size() + 1);
+  for (const auto& [depth, index] : order) add(std::move(entries[index]));
   for (Node& node : nodes)
     std::sort(node.children.begin(), node.children.end(),
               [&](int a, int b) { return nodes[static_cast<size_t>(a)].name < nodes[static_cast<size_t>(b)].name; });
