@@ -2,7 +2,9 @@
 # A bundle read from a disk image against the same bundle as a folder, side
 # by side: a query (--validproducts), a validate and a strip (to a folder),
 # for images of 1 GB and 4 GB, made by the tool's own image writer
-# (xorriso, ISO 9660). The image is read cold (empty cache: listing
+# (xorriso, ISO 9660), and the same as ext4 images (mke2fs), which go
+# through 7-Zip as the UDIF images real bundles come in do. The image is
+# read cold (empty cache: listing
 # included) and warm (the listing and the files read before come from the
 # cache, as for the desktop's later scan queries, its validate and its
 # strip).
@@ -11,7 +13,7 @@
 #
 # Needs xorriso, 7-Zip and about 2.5 x the largest size free in $TMPDIR
 # (the payload files are sparse; the images are not). Times are wall-clock
-# seconds, the best of three runs (strips: of two), with the page cache
+# seconds, the best of five runs (listings: three; strips: two), with the page cache
 # warm.
 
 set -euo pipefail
@@ -65,7 +67,29 @@ clear_targets() { rm -rf "$work/out-folder" "$work/out-image"; }
 
 selection=(--product r13 --factory swdl)
 
-printf '%-5s %6s %-22s %9s %9s %9s %7s\n' size files step folder "image" "cold" "ratio"
+row() { printf '%-5s %6s %-26s %9s %9s %9s %7s\n' "$@"; }
+ratio() { awk -v a="$1" -v b="$2" 'BEGIN {printf "%.2f", a / b}'; }
+sum() { awk -v a="$1" -v b="$2" 'BEGIN {printf "%.3f", a + b}'; }
+
+# The query, validate and strip from the image $1 (format $2), beside the
+# folder's figures measured before.
+measure() {
+  local image=$1 format=$2 q_cold q_warm v_cold v_warm s_cold s_warm
+  q_cold=$(best 5 clear_cache "$velmarbs" --validproducts --source "$image")
+  q_warm=$(best 5 nothing "$velmarbs" --validproducts --source "$image")
+  v_cold=$(best 5 clear_cache "$velmarbs" --source "$image" "${selection[@]}")
+  v_warm=$(best 5 nothing "$velmarbs" --source "$image" "${selection[@]}")
+  s_cold=$(best 2 "eval clear_targets; clear_cache" "$velmarbs" --source "$image" --target "$work/out-image" "${selection[@]}")
+  "$velmarbs" --validproducts --source "$image" >/dev/null 2>&1
+  s_warm=$(best 2 clear_targets "$velmarbs" --source "$image" --target "$work/out-image" "${selection[@]}")
+  row "" "" "$format: query validproducts" "$q_folder" "$q_warm" "$q_cold" "$(ratio "$q_warm" "$q_folder")"
+  row "" "" "$format: validate r13 swdl" "$v_folder" "$v_warm" "$v_cold" "$(ratio "$v_warm" "$v_folder")"
+  row "" "" "$format: strip r13 swdl" "$s_folder" "$s_warm" "$s_cold" "$(ratio "$s_warm" "$s_folder")"
+  clear_cache
+}
+
+mke2fs=$(command -v mke2fs || command -v /usr/sbin/mke2fs || true)
+row size files step folder image cold ratio
 for gb in "${sizes[@]}"; do
   bundle=$work/content-$gb/Bundle
   image=$work/Bundle-$gb.dmg
@@ -82,26 +106,21 @@ for gb in "${sizes[@]}"; do
   files=$(find "$bundle" | wc -l)
   "$xorriso" -as mkisofs -R -J -joliet-long -iso-level 3 -o "$image" "$work/content-$gb" >/dev/null 2>&1
 
-  listing_xorriso=$(best 3 nothing "$xorriso" -indev "$image" -find / -exec lsdl --)
+  listing_iso=$(best 3 nothing "$xorriso" -indev "$image" -find / -exec lsdl -- \
+    -find / -type f -exec report_lba --)
   listing_7z=$(best 3 nothing "$sevenzip" l -slt "$image")
-
-  q_folder=$(best 3 nothing "$velmarbs" --validproducts --source "$bundle")
-  q_cold=$(best 3 clear_cache "$velmarbs" --validproducts --source "$image")
-  q_warm=$(best 3 nothing "$velmarbs" --validproducts --source "$image")
-  v_folder=$(best 3 nothing "$velmarbs" --source "$bundle" "${selection[@]}")
-  v_cold=$(best 3 clear_cache "$velmarbs" --source "$image" "${selection[@]}")
-  v_warm=$(best 3 nothing "$velmarbs" --source "$image" "${selection[@]}")
+  q_folder=$(best 5 nothing "$velmarbs" --validproducts --source "$bundle")
+  v_folder=$(best 5 nothing "$velmarbs" --source "$bundle" "${selection[@]}")
   s_folder=$(best 2 clear_targets "$velmarbs" --source "$bundle" --target "$work/out-folder" "${selection[@]}")
-  s_cold=$(best 2 "eval clear_targets; clear_cache" "$velmarbs" --source "$image" --target "$work/out-image" "${selection[@]}")
-  "$velmarbs" --validproducts --source "$image" >/dev/null 2>&1
-  s_warm=$(best 2 clear_targets "$velmarbs" --source "$image" --target "$work/out-image" "${selection[@]}")
-
-  ratio() { awk -v a="$1" -v b="$2" 'BEGIN {printf "%.2f", a / b}'; }
-  printf '%-5s %6s %-22s %9s %9s %9s %7s\n' "${gb}GB" "$files" "listing (xorriso+7z)" "" "" \
-    "$(awk -v a="$listing_xorriso" -v b="$listing_7z" 'BEGIN {printf "%.3f", a + b}')" ""
-  printf '%-5s %6s %-22s %9s %9s %9s %7s\n' "" "" "query --validproducts" "$q_folder" "$q_warm" "$q_cold" "$(ratio "$q_warm" "$q_folder")"
-  printf '%-5s %6s %-22s %9s %9s %9s %7s\n' "" "" "validate r13 swdl" "$v_folder" "$v_warm" "$v_cold" "$(ratio "$v_warm" "$v_folder")"
-  printf '%-5s %6s %-22s %9s %9s %9s %7s\n' "" "" "strip r13 swdl" "$s_folder" "$s_warm" "$s_cold" "$(ratio "$s_warm" "$s_folder")"
+  row "${gb}GB" "$files" "listing iso (xorriso+7z)" "" "" "$(sum "$listing_iso" "$listing_7z")" ""
+  measure "$image" iso
+  if [ -n "$mke2fs" ]; then
+    ext4=$work/Bundle-$gb-ext4.dmg
+    "$mke2fs" -q -F -t ext4 -d "$work/content-$gb" "$ext4" $((gb * 1024 + gb * 256 + 64))M
+    row "" "" "listing ext4 (7z)" "" "" "$(best 3 nothing "$sevenzip" l -slt "$ext4")" ""
+    measure "$ext4" ext4
+    rm -f "$ext4"
+  fi
   rm -rf "$work/content-$gb" "$image" "$work/out-folder" "$work/out-image"
   clear_cache
 done
