@@ -13,8 +13,9 @@
 #
 # Needs xorriso, 7-Zip and about 2.5 x the largest size free in $TMPDIR
 # (the payload files are sparse; the images are not). Times are wall-clock
-# seconds, the best of five runs (listings: three; strips: two), with the page cache
-# warm.
+# seconds, the best of several runs (queries and validates: seven, cold:
+# five, listings: three, strips: three, cold: two) with the page cache warm;
+# folder and image runs alternate, so both see the same load.
 
 set -euo pipefail
 
@@ -61,6 +62,25 @@ best() {
   echo "$best"
 }
 
+# Two commands run by turns, so both see the same load on a shared machine:
+# duel RUNS PREPARE_A PREPARE_B A... -- B...  prints the best of each.
+duel() {
+  local runs=$1 prepare_a=$2 prepare_b=$3 a=() b=() best_a="" best_b="" t
+  shift 3
+  while [ "$1" != "--" ]; do a+=("$1"); shift; done
+  shift
+  b=("$@")
+  for ((i = 0; i < runs; i++)); do
+    $prepare_a
+    t=$(seconds "${a[@]}")
+    if [ -z "$best_a" ] || awk -v x="$t" -v y="$best_a" 'BEGIN {exit !(x < y)}'; then best_a=$t; fi
+    $prepare_b
+    t=$(seconds "${b[@]}")
+    if [ -z "$best_b" ] || awk -v x="$t" -v y="$best_b" 'BEGIN {exit !(x < y)}'; then best_b=$t; fi
+  done
+  echo "$best_a $best_b"
+}
+
 nothing() { :; }
 clear_cache() { rm -rf "$XDG_CACHE_HOME"; }
 clear_targets() { rm -rf "$work/out-folder" "$work/out-image"; }
@@ -74,14 +94,23 @@ sum() { awk -v a="$1" -v b="$2" 'BEGIN {printf "%.3f", a + b}'; }
 # The query, validate and strip from the image $1 (format $2), beside the
 # folder's figures measured before.
 measure() {
-  local image=$1 format=$2 q_cold q_warm v_cold v_warm s_cold s_warm
-  q_cold=$(best 5 clear_cache "$velmarbs" --validproducts --source "$image")
-  q_warm=$(best 5 nothing "$velmarbs" --validproducts --source "$image")
+  local image=$1 format=$2 q v st cold
+  read -r q_cold_folder q_cold < <(duel 5 nothing clear_cache \
+    "$velmarbs" --validproducts --source "$bundle" -- \
+    "$velmarbs" --validproducts --source "$image")
+  read -r q_folder q_warm < <(duel 7 nothing nothing \
+    "$velmarbs" --validproducts --source "$bundle" -- \
+    "$velmarbs" --validproducts --source "$image")
+  read -r v_folder v_warm < <(duel 7 nothing nothing \
+    "$velmarbs" --source "$bundle" "${selection[@]}" -- \
+    "$velmarbs" --source "$image" "${selection[@]}")
+  clear_cache
   v_cold=$(best 5 clear_cache "$velmarbs" --source "$image" "${selection[@]}")
-  v_warm=$(best 5 nothing "$velmarbs" --source "$image" "${selection[@]}")
   s_cold=$(best 2 "eval clear_targets; clear_cache" "$velmarbs" --source "$image" --target "$work/out-image" "${selection[@]}")
   "$velmarbs" --validproducts --source "$image" >/dev/null 2>&1
-  s_warm=$(best 2 clear_targets "$velmarbs" --source "$image" --target "$work/out-image" "${selection[@]}")
+  read -r s_folder s_warm < <(duel 3 clear_targets clear_targets \
+    "$velmarbs" --source "$bundle" --target "$work/out-folder" "${selection[@]}" -- \
+    "$velmarbs" --source "$image" --target "$work/out-image" "${selection[@]}")
   row "" "" "$format: query validproducts" "$q_folder" "$q_warm" "$q_cold" "$(ratio "$q_warm" "$q_folder")"
   row "" "" "$format: validate r13 swdl" "$v_folder" "$v_warm" "$v_cold" "$(ratio "$v_warm" "$v_folder")"
   row "" "" "$format: strip r13 swdl" "$s_folder" "$s_warm" "$s_cold" "$(ratio "$s_warm" "$s_folder")"
@@ -109,14 +138,11 @@ for gb in "${sizes[@]}"; do
   listing_iso=$(best 3 nothing "$xorriso" -indev "$image" -find / -exec lsdl -- \
     -find / -type f -exec report_lba --)
   listing_7z=$(best 3 nothing "$sevenzip" l -slt "$image")
-  q_folder=$(best 5 nothing "$velmarbs" --validproducts --source "$bundle")
-  v_folder=$(best 5 nothing "$velmarbs" --source "$bundle" "${selection[@]}")
-  s_folder=$(best 2 clear_targets "$velmarbs" --source "$bundle" --target "$work/out-folder" "${selection[@]}")
   row "${gb}GB" "$files" "listing iso (xorriso+7z)" "" "" "$(sum "$listing_iso" "$listing_7z")" ""
   measure "$image" iso
   if [ -n "$mke2fs" ]; then
     ext4=$work/Bundle-$gb-ext4.dmg
-    "$mke2fs" -q -F -t ext4 -d "$work/content-$gb" "$ext4" $((gb * 1024 + gb * 256 + 64))M
+    "$mke2fs" -q -F -t ext4 -d "$work/content-$gb" "$ext4" $((gb * 1024 + gb * 256 + 64))M >/dev/null 2>&1
     row "" "" "listing ext4 (7z)" "" "" "$(best 3 nothing "$sevenzip" l -slt "$ext4")" ""
     measure "$ext4" ext4
     rm -f "$ext4"

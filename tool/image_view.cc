@@ -29,6 +29,9 @@ constexpr int kBundleSearchDepth = 3;
 constexpr int kMaxLinks = 40;
 // Below this many files, announced files are extracted one at a time.
 constexpr size_t kBatchMinimum = 3;
+// Larger files are not extracted in a batch: written to a file in between,
+// they would be written twice.
+constexpr uint64_t kBatchFileBytes = 4 << 20;
 // What comes out with a file read from a 7-Zip image: its siblings of at
 // most this size, up to this much in all.
 constexpr uint64_t kReadAheadFileBytes = 256 << 10;
@@ -192,7 +195,15 @@ class ImageView : public BundleView {
     int node;
     if (int err = regularFile(path, &node)) return err;
     const ImageEntry& entry = nodes_[node].entry;
-    if (entry.extents.empty()) return BundleView::copyFile(path, out, progress);
+    if (entry.extents.empty()) {
+      UniqueFd kept;
+      if (openKept(node, &kept)) return copyBytes(kept.get(), 0, UINT64_MAX, out, progress);
+      if (reader_.kind == ImageReader::Kind::SevenZip && streamInto(node, out)) {
+        if (progress) progress(entry.size);
+        return 0;
+      }
+      return BundleView::copyFile(path, out, progress);
+    }
     // Straight from the image: one copy, in the kernel.
     if (int err = checkImage()) return err;
     if (!extentsInside(entry)) return EIO;
@@ -209,6 +220,9 @@ class ImageView : public BundleView {
       int node;
       if (regularFile(path, &node) != 0 || nodes_[node].entry.size == 0) continue;
       if (!nodes_[node].entry.extents.empty()) continue;
+      // Large files are streamed to their copies one by one instead.
+      if (reader_.kind == ImageReader::Kind::SevenZip && nodes_[node].entry.size > kBatchFileBytes)
+        continue;
       if (prefetched_.count(node) || !seen.insert(node).second) continue;
       if (cache_ && cache_->openFile(nodes_[node].entry.path, nodes_[node].entry.size).valid())
         continue;
@@ -346,6 +360,22 @@ class ImageView : public BundleView {
   static bool holds(int fd, uint64_t size) {
     struct stat st;
     return ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && static_cast<uint64_t>(st.st_size) == size;
+  }
+
+  // A large file from a 7-Zip image, written by 7-Zip straight to `out`
+  // rather than to a file in between. False, with `out` as it was, when
+  // that did not work out.
+  bool streamInto(int node, int out) {
+    const ImageEntry& entry = nodes_[node].entry;
+    if (reader_.program.empty()) return false;
+    const off_t before = ::lseek(out, 0, SEEK_CUR);
+    if (before < 0) return false;
+    std::string error;
+    if (extractImageFile(reader_, image_, entry.path, out, &error) &&
+        ::lseek(out, 0, SEEK_CUR) == before + static_cast<off_t>(entry.size))
+      return true;
+    if (::ftruncate(out, before) != 0 || ::lseek(out, before, SEEK_SET) != before) return false;
+    return false;
   }
 
   // The file from an earlier batch or the cache.
