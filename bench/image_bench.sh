@@ -125,11 +125,13 @@ for gb in "${sizes[@]}"; do
   mkdir -p "$work/content-$gb"
   "$mkbundle" "$bundle" --large 55 >/dev/null
   # A quarter of the bytes in the system image a strip for r13 keeps, the
-  # rest spread over the other system images. Sparse, so cheap to make.
+  # rest spread over the other system images. Those are sparse, so cheap to
+  # make; the kept one is written out, or the folder's strip would copy
+  # nothing but holes.
   total=$((gb * 1024 * 1024 * 1024))
   kept=$bundle/Restore/038-1300-002.dmg
   others=("$bundle"/Restore/038-*.dmg)
-  truncate -s $((total / 4)) "$kept"
+  dd if=/dev/zero of="$kept" bs=1M count=$((gb * 256)) status=none
   each=$((total * 3 / 4 / (${#others[@]} - 1)))
   for f in "${others[@]}"; do [ "$f" = "$kept" ] || truncate -s "$each" "$f"; done
   files=$(find "$bundle" | wc -l)

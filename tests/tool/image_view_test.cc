@@ -268,6 +268,21 @@ TEST_P(ImageSourceTest, QueriesValidationAndStripsMatchTheFolder) {
   EXPECT_TRUE(describeTree(*stripped, false) == describeTree(*openFolderView(fromFolder), false));
 }
 
+TEST_P(ImageSourceTest, AnImageChangedBetweenRunsIsReadAfresh) {
+  Value before = propertyListsIn(run({"--validproducts", "--source", image_}).out).at(0);
+  EXPECT_EQ(before.get("validProducts"), Value::stringArray({"r11", "r13"}));
+  // Another bundle in an image at the same path, as a new download would be.
+  fs::remove_all(bundle_);
+  std::string error;
+  ASSERT_TRUE(synth::writeBundle(synth::largeBundle(1), bundle_, &error)) << error;
+  fs::remove(image_);
+  ASSERT_TRUE(makeTestImage(GetParam(), dir_ / "content", image_));
+  ToolRun r = run({"--validproducts", "--source", image_});
+  ASSERT_EQ(r.status, 0) << r.out;
+  Value after = propertyListsIn(r.out).at(0);
+  EXPECT_EQ(after.get("validProducts"), Value::stringArray({"q0000", "r11", "r13"}));
+}
+
 TEST_P(ImageSourceTest, AnImageWithoutABundleOrWithTwoIsRefused) {
   writeText(dir_ / "none/Bundle/Firmware/x", "x");
   ASSERT_TRUE(makeTestImage(GetParam(), dir_ / "none", dir_ / "None.dmg"));
