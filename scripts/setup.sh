@@ -11,7 +11,8 @@ packages=(
   libgtest-dev libgmock-dev          # tests
   libbenchmark-dev                   # benchmarks
   7zip                               # reading .dmg source bundles
-  xorriso                            # writing .dmg target bundles
+  xorriso                            # writing .dmg target bundles, listing ISO 9660 sources
+  e2fsprogs                          # tests: mke2fs -d makes ext4 images read through 7-Zip
   xdg-utils                          # handing the log to the desktop's mail composer
   xvfb xauth                         # screenshots of the application in a virtual display
 )

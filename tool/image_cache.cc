@@ -176,7 +176,8 @@ void ImageCache::makeRoom(uint64_t adding) {
     struct timespec used;
   };
   std::vector<Entry> others;
-  uint64_t total = adding + folderBytes(folder_);
+  entryBytes_ = folderBytes(folder_);
+  uint64_t total = adding + entryBytes_;
   for (const std::string& name : namesIn(root_)) {
     const std::string folder = root_ + "/" + name;
     if (folder == folder_ || name.rfind(kTemporaryPrefix, 0) == 0) continue;
@@ -185,6 +186,7 @@ void ImageCache::makeRoom(uint64_t adding) {
     others.push_back({name, folderBytes(folder), st.st_mtim});
     total += others.back().bytes;
   }
+  othersBytes_ = total - adding - entryBytes_;
   if (total <= limits_.totalBytes) return;
   std::sort(others.begin(), others.end(), [](const Entry& a, const Entry& b) {
     return a.used.tv_sec != b.used.tv_sec ? a.used.tv_sec < b.used.tv_sec
@@ -192,9 +194,15 @@ void ImageCache::makeRoom(uint64_t adding) {
   });
   for (const Entry& entry : others) {
     if (total <= limits_.totalBytes) break;
-    if (evict(root_, entry.name)) total -= entry.bytes;
+    if (evict(root_, entry.name)) {
+      total -= entry.bytes;
+      othersBytes_ -= entry.bytes;
+    }
   }
 }
+
+// What a file of `size` bytes takes on disk, near enough.
+static uint64_t diskBytes(uint64_t size) { return (size + 4095) / 4096 * 4096; }
 
 bool ImageCache::loadListing(std::string* text) const {
   return readFileBytes(folder_ + "/" + kListingName, text) == 0;
@@ -225,10 +233,15 @@ UniqueFd ImageCache::openFile(const std::string& path, uint64_t size) const {
 }
 
 void ImageCache::storeFile(const std::string& path, int fd, uint64_t size) {
+  // The sizes are counted as files are added; the folders are looked at
+  // again only when the cache seems full.
   if (size > limits_.fileBytes) return;
-  if (folderBytes(folder_) + size > limits_.totalBytes) return;
-  makeRoom(size);
-  link(fd, fileName(path, size));
+  if (entryBytes_ + diskBytes(size) > limits_.totalBytes) return;
+  if (entryBytes_ + othersBytes_ + diskBytes(size) > limits_.totalBytes) {
+    makeRoom(diskBytes(size));
+    if (entryBytes_ + othersBytes_ + diskBytes(size) > limits_.totalBytes) return;
+  }
+  if (link(fd, fileName(path, size))) entryBytes_ += diskBytes(size);
 }
 
 UniqueFd ImageCache::unnamedFile() {

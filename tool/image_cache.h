@@ -75,6 +75,8 @@ class ImageCache {
   std::string folder_;
   UniqueFd lock_;
   ImageCacheLimits limits_;
+  uint64_t entryBytes_ = 0;   // this entry's files, as last counted
+  uint64_t othersBytes_ = 0;  // every other entry's
   std::vector<std::string> temporary_;
 };
 

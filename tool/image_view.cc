@@ -403,20 +403,26 @@ class ImageView : public BundleView {
   // Every run of 7-Zip opens the whole image again, which for a large
   // compressed image costs about as much as listing it. The engines read
   // a few small files from the same few folders, so the file asked for
-  // comes out together with its small siblings, and all go to the cache.
+  // comes out together with the small files beside it and in the folders
+  // beside it, and all go to the cache.
   void readAhead(int node) {
     std::vector<int> batch = {node};
     uint64_t bytes = 0;
-    for (int sibling : nodes_[nodes_[node].parent].children) {
-      const ImageEntry& entry = nodes_[sibling].entry;
-      if (sibling == node || entry.kind != EntryKind::File || entry.size == 0 ||
-          entry.size > kReadAheadFileBytes || prefetched_.count(sibling))
-        continue;
-      if (cache_ && cache_->openFile(entry.path, entry.size).valid()) continue;
-      if (bytes + entry.size > kReadAheadBytes) break;
+    auto consider = [&](int candidate) {
+      const ImageEntry& entry = nodes_[candidate].entry;
+      if (candidate == node || entry.kind != EntryKind::File || entry.size == 0 ||
+          entry.size > kReadAheadFileBytes || prefetched_.count(candidate))
+        return;
+      if (bytes + entry.size > kReadAheadBytes) return;
+      if (cache_ && cache_->openFile(entry.path, entry.size).valid()) return;
       bytes += entry.size;
-      batch.push_back(sibling);
-    }
+      batch.push_back(candidate);
+    };
+    const std::vector<int>& siblings = nodes_[nodes_[node].parent].children;
+    for (int sibling : siblings) consider(sibling);
+    for (int sibling : siblings)
+      if (nodes_[sibling].entry.kind == EntryKind::Folder)
+        for (int inside : nodes_[sibling].children) consider(inside);
     std::string folder = temporaryFolder();
     std::vector<std::string> paths;
     for (int n : batch) paths.push_back(nodes_[n].entry.path);
