@@ -2,6 +2,9 @@
 
 #include <errno.h>
 #include <string.h>
+#include <unistd.h>
+
+#include <algorithm>
 
 #include <utility>
 
@@ -40,6 +43,55 @@ std::vector<std::string> listTree(BundleView& view, std::string_view folder,
     if (entry.kind == EntryKind::Folder) enter(std::move(path));
   }
   return paths;
+}
+
+int BundleView::copyFile(std::string_view path, int out,
+                         const std::function<void(uint64_t)>& progress) {
+  UniqueFd in;
+  if (int err = openFile(path, &in)) return err;
+  return copyBytes(in.get(), 0, UINT64_MAX, out, progress);
+}
+
+int copyBytes(int in, uint64_t offset, uint64_t length, int out,
+              const std::function<void(uint64_t)>& progress) {
+  constexpr size_t kKernelChunk = size_t{1} << 30;
+  const bool toEnd = length == UINT64_MAX;
+  loff_t position = static_cast<loff_t>(offset);
+  loff_t* from = toEnd ? nullptr : &position;
+  bool kernel = true;
+  std::vector<char> buffer;
+  for (bool first = true; toEnd || length > 0; first = false) {
+    const size_t want = static_cast<size_t>(std::min<uint64_t>(length, kKernelChunk));
+    ssize_t n;
+    if (kernel) {
+      n = ::copy_file_range(in, from, out, nullptr, want, 0);
+      // Across file systems, on file systems without it, or on kernels
+      // without it; some pseudo file systems answer 0 at once.
+      if ((n < 0 && (errno == EXDEV || errno == EINVAL || errno == ENOSYS ||
+                     errno == EOPNOTSUPP || (first && errno == EBADF))) ||
+          (n == 0 && first)) {
+        kernel = false;
+        continue;
+      }
+    } else {
+      buffer.resize(size_t{1} << 16);
+      const size_t chunk = std::min(buffer.size(), want);
+      n = from ? ::pread(in, buffer.data(), chunk, *from) : ::read(in, buffer.data(), chunk);
+      for (ssize_t written = 0; n > 0 && written < n;) {
+        ssize_t w = ::write(out, buffer.data() + written, static_cast<size_t>(n - written));
+        if (w < 0 && errno == EINTR) continue;
+        if (w < 0) return errno;
+        written += w;
+      }
+      if (n > 0 && from) *from += n;
+    }
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return errno;
+    if (n == 0) return toEnd ? 0 : EIO;  // the file ended early
+    if (!toEnd) length -= static_cast<uint64_t>(n);
+    if (progress) progress(static_cast<uint64_t>(n));
+  }
+  return 0;
 }
 
 bool existsInView(BundleView& view, std::string_view path) {

@@ -24,6 +24,7 @@
 #include <time.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -95,6 +96,19 @@ class BundleView {
   // EINVAL when the path is not a regular file.
   virtual int openFile(std::string_view path, UniqueFd* fd) = 0;
 
+  // Appends the contents of the regular file at `path` to `out`, calling
+  // `progress` with the size of each piece written. The same as openFile
+  // and a copy (which is what it does here), but a view that holds the
+  // bytes elsewhere copies them straight from there, without a file in
+  // between. Errors as openFile, or the errno of the copy.
+  virtual int copyFile(std::string_view path, int out,
+                       const std::function<void(uint64_t)>& progress);
+
+  // A hint that the regular files at `paths` are about to be opened with
+  // openFile: a view that fetches files from elsewhere (an image) fetches
+  // them all in one go. Nothing for a folder.
+  virtual void prepareFiles(const std::vector<std::string>& paths) { (void)paths; }
+
   // Pairs of names, each "folder/name", met while looking names up, that
   // differ only in case; a caller warns about them once.
   virtual std::vector<std::string> caseConflicts() const { return {}; }
@@ -115,6 +129,12 @@ std::vector<std::string> listTree(BundleView& view, std::string_view folder,
 // Whether something exists at `path`, following links while they stay inside
 // (a dangling link, or one that leaves, does not exist).
 bool existsInView(BundleView& view, std::string_view path);
+
+// Appends `length` bytes of `in` from `offset` (or, with length
+// UINT64_MAX, everything from its current offset to its end) to `out`, in
+// the kernel where it can, else through a buffer.
+int copyBytes(int in, uint64_t offset, uint64_t length, int out,
+              const std::function<void(uint64_t)>& progress);
 
 // A short text for an errno value a view answered: "it is not a regular
 // file", "it leads out of the bundle", ...

@@ -13,7 +13,8 @@ packages=(
   libbenchmark-dev                   # benchmarks
   python3                            # the factory benchmark compares validate with plistlib
   7zip                               # reading .dmg source bundles
-  xorriso                            # writing .dmg target bundles
+  xorriso                            # writing .dmg target bundles, listing ISO 9660 sources
+  e2fsprogs                          # tests: mke2fs -d makes ext4 images read through 7-Zip
   xdg-utils                          # handing the log to the desktop's mail composer
   xvfb xauth                         # screenshots of the application in a virtual display
   help2man                           # the manual pages, made from --help at build time

@@ -14,9 +14,11 @@
 #include <time.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "base/bundle_view.h"
 #include "base/value.h"
 
 namespace velmar::tool {
@@ -32,7 +34,10 @@ struct BundleWriterOptions {
 
 class BundleWriter {
  public:
-  BundleWriter(std::string sourceRoot, BundleWriterOptions options);
+  // Reads the bundle through `source` (a folder or an image).
+  BundleWriter(std::shared_ptr<BundleView> source, BundleWriterOptions options);
+  // The bundle folder at `sourceRoot`.
+  BundleWriter(const std::string& sourceRoot, BundleWriterOptions options);
 
   // Checks the results against the source and lays out the work. Logs the
   // first problem and answers false; nothing is written either way.
@@ -65,15 +70,15 @@ class BundleWriter {
   bool fail(const char* action, const std::string& path, int err);
   bool lookupFailed(const std::string& path, int err);
 
-  bool planKept(int sourceFd, const Value& path);
-  bool planModified(int sourceFd, const std::string& path, const Value& contents);
+  bool planKept(const Value& path);
+  bool planModified(const std::string& path, const Value& contents);
   bool checkNothingBeneathFiles();
 
-  bool writeItem(int sourceFd, int targetFd, const Item& item, bool replace);
-  bool copyFile(int sourceFd, int parentFd, const Item& item);
+  bool writeItem(int targetFd, const Item& item, bool replace);
+  bool copyFile(int parentFd, const Item& item);
   bool finishFolders(int targetFd);
 
-  std::string sourceRoot_;
+  std::shared_ptr<BundleView> source_;
   BundleWriterOptions options_;
   std::vector<Item> kept_;
   std::vector<Item> modified_;
@@ -94,6 +99,9 @@ struct TargetOptions {
 int installBundle(BundleWriter& writer, const TargetOptions& target);
 
 // plan() and installBundle() together.
+int writeStrippedBundle(std::shared_ptr<BundleView> source, const TargetOptions& target,
+                        const BundleWriterOptions& options, const Value& strippedManifest,
+                        const Value& modifiedFiles);
 int writeStrippedBundle(const std::string& sourceRoot, const TargetOptions& target,
                         const BundleWriterOptions& options, const Value& strippedManifest,
                         const Value& modifiedFiles);

@@ -1,53 +1,41 @@
 #include "tool/disk_image.h"
 
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <ftw.h>
-#include <spawn.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <deque>
+#include <map>
+#include <set>
 #include <utility>
 
-#include "engine/collection_extras.h"
-#include "engine/log_object.h"
+#include "base/child_process.h"
 #include "base/safe_path.h"
-
-extern char** environ;
+#include "base/text.h"
+#include "base/unique_fd.h"
+#include "engine/log_object.h"
 
 namespace velmar::tool {
 
 namespace {
 
-// How deep below the unpack folder a bundle folder is looked for: images
-// hold the bundle at their root or inside a volume folder.
-constexpr int kBundleSearchDepth = 3;
 // How much of a failing program's output is worth showing.
 constexpr size_t kOutputTail = 800;
+// What a listing may grow to: a few hundred bytes per entry, so room for
+// far more entries than any bundle holds.
+constexpr size_t kMaxListingBytes = size_t{256} << 20;
+// Reading a listing of even a large image takes seconds; a reader that
+// takes this long is stuck on a hostile image.
+constexpr int kListingTimeoutMs = 10 * 60 * 1000;
+constexpr int kExtractTimeoutMs = 60 * 60 * 1000;
 
-bool isFolder(const std::string& path) {
-  struct stat st;
-  return ::lstat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
-
-std::vector<std::string> subfolders(const std::string& folder) {
-  std::vector<std::string> names;
-  DIR* dir = ::opendir(folder.c_str());
-  if (!dir) return names;
-  while (struct dirent* entry = ::readdir(dir)) {
-    std::string name = entry->d_name;
-    if (name == "." || name == "..") continue;
-    if (isFolder(folder + "/" + name)) names.push_back(name);
-  }
-  ::closedir(dir);
-  std::sort(names.begin(), names.end());
-  return names;
-}
+// The readers print times in local time and names in the locale's
+// encoding: make both predictable.
+const std::vector<std::string> kReaderEnvironment = {"TZ=UTC0", "LC_ALL=C.UTF-8"};
 
 // A path as a program argument that cannot pass for an option.
 std::string pathArgument(const std::string& path) {
@@ -79,16 +67,23 @@ std::string summary(const std::string& output) {
   return text.empty() ? "no output" : text;
 }
 
-void logProgramFailure(const std::string& what, const std::string& program, const ProgramRun& run) {
-  LogObject& log = LogObject::sharedLogger();
-  if (!run.started) {
-    log.Log("XXX ERROR: %s: cannot run %s.", what, program);
-  } else if (run.status < 0) {
-    log.Log("XXX ERROR: %s: %s was killed.", what, program);
-  } else {
-    log.Log("XXX ERROR: %s: %s failed with status %d: %s", what, program, run.status,
-            summary(run.output));
+std::string failure(const std::string& program, const ChildResult& run) {
+  return lastPathComponent(program) + " " + describeChildFailure(run, summary(run.err + run.out));
+}
+
+ChildResult runReader(const std::string& program, std::vector<std::string> args,
+                      int timeoutMs, int outFd = -1) {
+  ChildRequest request;
+  request.program = program;
+  request.args = std::move(args);
+  request.environment = kReaderEnvironment;
+  request.timeoutMs = timeoutMs;
+  request.captureLimit = kMaxListingBytes;
+  if (outFd >= 0) {
+    request.out = ChildStream::ToFd;
+    request.outFd = outFd;
   }
+  return runChild(request);
 }
 
 }  // namespace
@@ -130,57 +125,6 @@ std::optional<std::string> findSevenZip() {
 
 std::optional<std::string> findXorriso() { return findProgram("xorriso"); }
 
-ProgramRun runProgram(const std::string& program, const std::vector<std::string>& args) {
-  ProgramRun run;
-  int pipeFds[2];
-  if (::pipe2(pipeFds, O_CLOEXEC) != 0) return run;
-
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_adddup2(&actions, pipeFds[1], 1);
-  posix_spawn_file_actions_adddup2(&actions, pipeFds[1], 2);
-
-  std::vector<char*> argv;
-  argv.push_back(const_cast<char*>(program.c_str()));
-  for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
-  argv.push_back(nullptr);
-
-  pid_t pid;
-  int err = ::posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  ::close(pipeFds[1]);
-  if (err != 0) {
-    ::close(pipeFds[0]);
-    return run;
-  }
-  run.started = true;
-  char buffer[4096];
-  for (;;) {
-    ssize_t n = ::read(pipeFds[0], buffer, sizeof(buffer));
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    run.output.append(buffer, static_cast<size_t>(n));
-    // Only the end is ever shown; keep memory bounded for chatty programs.
-    if (run.output.size() > 64 * kOutputTail) run.output.erase(0, run.output.size() - kOutputTail);
-  }
-  ::close(pipeFds[0]);
-  int wstatus = 0;
-  while (::waitpid(pid, &wstatus, 0) < 0 && errno == EINTR) {
-  }
-  run.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;
-  return run;
-}
-
-bool unpackImage(const std::string& sevenZip, const std::string& image, const std::string& into) {
-  // -snl is not given: links in the image come out as links, and the
-  // bundle writer never follows one out of the bundle.
-  ProgramRun run = runProgram(sevenZip, {"x", "-y", "-bd", "-o" + into, "--", pathArgument(image)});
-  if (run.started && run.status == 0) return true;
-  logProgramFailure("cannot unpack \"" + image + "\"", sevenZip, run);
-  return false;
-}
-
 bool isIsoImage(const std::string& path) {
   // The primary volume descriptor's signature sits at byte 32769.
   int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -189,6 +133,380 @@ bool isIsoImage(const std::string& path) {
   ssize_t n = ::pread(fd, magic, sizeof magic, 32769);
   ::close(fd);
   return n == static_cast<ssize_t>(sizeof magic) && std::string_view(magic, sizeof magic) == "CD001";
+}
+
+bool makeImage(const std::string& xorriso, const std::string& folder, const std::string& image) {
+  // Level 3 for files of 4 GiB and more, which restore images often are;
+  // long Joliet names (up to 103 characters) for readers without Rock Ridge.
+  ChildRequest request;
+  request.program = xorriso;
+  request.args = {"-as", "mkisofs", "-R", "-J", "-joliet-long", "-iso-level",
+                  "3", "-o", pathArgument(image), pathArgument(folder)};
+  request.captureLimit = 64 * kOutputTail;
+  ChildResult run = runChild(request);
+  if (run.succeeded()) return true;
+  LogObject::sharedLogger().Log("XXX ERROR: cannot make the disk image \"%s\": %s.", image,
+                                failure(xorriso, run));
+  return false;
+}
+
+// ---- reading an image in place ---------------------------------------------
+
+namespace {
+
+mode_t permissionBits(std::string_view text) {
+  // "drwxr-xr-x": the nine characters after the type, with set-id and
+  // sticky bits in the execute places.
+  if (text.size() < 10) return 0;
+  mode_t mode = 0;
+  static constexpr mode_t kBits[9] = {0400, 0200, 0100, 040, 020, 010, 04, 02, 01};
+  for (int i = 0; i < 9; ++i) {
+    char c = text[static_cast<size_t>(i) + 1];
+    if (c != '-' && c != 'S' && c != 'T') mode |= kBits[i];
+    if (i == 2 && (c == 's' || c == 'S')) mode |= 04000;
+    if (i == 5 && (c == 's' || c == 'S')) mode |= 02000;
+    if (i == 8 && (c == 't' || c == 'T')) mode |= 01000;
+  }
+  return mode;
+}
+
+EntryKind kindFromMode(std::string_view text) {
+  switch (text.empty() ? '-' : text.front()) {
+    case '-': return EntryKind::File;
+    case 'd': return EntryKind::Folder;
+    case 'l': return EntryKind::Link;
+    default: return EntryKind::Other;
+  }
+}
+
+uint64_t parseCount(std::string_view text) {
+  uint64_t value = 0;
+  for (char c : text) {
+    if (c < '0' || c > '9') break;
+    if (value > (UINT64_MAX - 9) / 10) return UINT64_MAX;
+    value = value * 10 + static_cast<uint64_t>(c - '0');
+  }
+  return value;
+}
+
+// "2024-01-02 03:04:05" with an optional fraction of a second, in UTC.
+struct timespec parseStampTime(std::string_view text) {
+  struct timespec ts = {};
+  struct tm tm = {};
+  std::string copy(text);
+  const char* rest = ::strptime(copy.c_str(), "%Y-%m-%d %H:%M:%S", &tm);
+  if (!rest) return ts;
+  ts.tv_sec = ::timegm(&tm);
+  if (*rest == '.') {
+    long nanos = 0;
+    int digits = 0;
+    for (++rest; *rest >= '0' && *rest <= '9'; ++rest)
+      if (digits < 9) nanos = nanos * 10 + (*rest - '0'), ++digits;
+    for (; digits < 9; ++digits) nanos *= 10;
+    ts.tv_nsec = nanos;
+  }
+  return ts;
+}
+
+// A listed path as a plain relative path, or empty when it is not one
+// (such an entry could never be part of a bundle and is left out).
+std::string cleanListedPath(std::string_view path) {
+  while (hasPrefix(path, "./", Compare::Literal)) path.remove_prefix(2);
+  while (!path.empty() && path.front() == '/') path.remove_prefix(1);
+  while (!path.empty() && path.back() == '/') path.remove_suffix(1);
+  if (path.empty() || !relativePathProblem(path).empty()) return std::string();
+  return std::string(path);
+}
+
+std::string_view nextLine(std::string_view text, size_t* pos) {
+  size_t end = text.find('\n', *pos);
+  if (end == std::string_view::npos) end = text.size();
+  std::string_view line = text.substr(*pos, end - *pos);
+  *pos = end + 1;
+  if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+  return line;
+}
+
+// One shell-quoted word as xorriso prints it: 'text', with a quote inside
+// written as '"'"'. Answers false when the text is not such a word.
+bool unquoteWord(std::string_view text, size_t* pos, std::string* word) {
+  word->clear();
+  if (*pos >= text.size() || text[*pos] != '\'') return false;
+  for (;;) {
+    size_t close = text.find('\'', *pos + 1);
+    if (close == std::string_view::npos) return false;
+    word->append(text.substr(*pos + 1, close - *pos - 1));
+    *pos = close + 1;
+    if (text.substr(*pos, 4) != "\"'\"'") return true;
+    word->push_back('\'');
+    *pos += 3;
+  }
+}
+
+}  // namespace
+
+std::vector<ImageEntry> parseSevenZipListing(std::string_view text) {
+  std::vector<ImageEntry> entries;
+  // The archive's own properties come first, up to a line of dashes.
+  size_t pos = 0;
+  while (pos < text.size() && nextLine(text, &pos) != "----------") {
+  }
+  std::map<std::string, std::string, std::less<>> fields;
+  auto flush = [&] {
+    auto field = [&](std::string_view key) -> std::string_view {
+      auto it = fields.find(key);
+      return it == fields.end() ? std::string_view() : std::string_view(it->second);
+    };
+    ImageEntry entry;
+    entry.path = cleanListedPath(field("Path"));
+    if (!entry.path.empty()) {
+      std::string_view mode = field("Mode");
+      entry.linkTarget = std::string(field("Symbolic Link"));
+      // A link to a folder is listed as a folder too: the link wins.
+      if (!entry.linkTarget.empty() || hasPrefix(mode, "l", Compare::Literal)) {
+        entry.kind = EntryKind::Link;
+      } else if (field("Folder") == "+") {
+        entry.kind = EntryKind::Folder;
+      } else {
+        entry.kind = kindFromMode(mode);
+      }
+      if (entry.kind == EntryKind::Link && entry.linkTarget.empty()) entry.kind = EntryKind::Other;
+      entry.mode = permissionBits(mode);
+      if (mode.empty()) entry.mode = entry.kind == EntryKind::Folder ? 0755 : 0644;
+      entry.size = entry.kind == EntryKind::File ? parseCount(field("Size")) : 0;
+      if (entry.kind == EntryKind::Link) entry.size = entry.linkTarget.size();
+      entry.modified = parseStampTime(field("Modified"));
+      std::string_view accessed = field("Accessed");
+      entry.accessed = accessed.empty() ? entry.modified : parseStampTime(accessed);
+      entries.push_back(std::move(entry));
+    }
+    fields.clear();
+  };
+  while (pos < text.size()) {
+    std::string_view line = nextLine(text, &pos);
+    if (line.empty()) {
+      flush();
+      continue;
+    }
+    size_t equals = line.find(" =");
+    if (equals == std::string_view::npos) continue;
+    std::string_view value = line.substr(equals + 2);
+    if (!value.empty() && value.front() == ' ') value.remove_prefix(1);
+    fields.emplace(std::string(line.substr(0, equals)), std::string(value));
+  }
+  flush();
+  return entries;
+}
+
+namespace {
+
+// "File data lba:  0 ,  37 ,  1 ,  6 , '/B/a.plist'": extent number, first
+// 2048-byte block, blocks, bytes, path.
+bool parseExtentLine(std::string_view line, std::string* path, uint64_t* index,
+                     ImageExtent* extent) {
+  static constexpr std::string_view kPrefix = "File data lba:";
+  if (line.substr(0, kPrefix.size()) != kPrefix) return false;
+  uint64_t numbers[4];
+  size_t at = kPrefix.size();
+  for (uint64_t& number : numbers) {
+    while (at < line.size() && line[at] == ' ') ++at;
+    size_t start = at;
+    while (at < line.size() && line[at] >= '0' && line[at] <= '9') ++at;
+    if (at == start) return false;
+    number = parseCount(line.substr(start, at - start));
+    while (at < line.size() && line[at] == ' ') ++at;
+    if (at >= line.size() || line[at] != ',') return false;
+    ++at;
+  }
+  while (at < line.size() && line[at] == ' ') ++at;
+  std::string quoted;
+  if (!unquoteWord(line, &at, &quoted)) return false;
+  *path = cleanListedPath(quoted);
+  *index = numbers[0];
+  if (numbers[1] > (UINT64_MAX >> 12)) return false;
+  extent->offset = numbers[1] * 2048;
+  extent->length = numbers[3];
+  return !path->empty();
+}
+
+}  // namespace
+
+std::vector<ImageEntry> parseXorrisoListing(std::string_view text, time_t now) {
+  static constexpr std::string_view kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
+  std::vector<ImageEntry> entries;
+  std::map<std::string, std::map<uint64_t, ImageExtent>> extents;
+  size_t pos = 0;
+  while (pos < text.size()) {
+    std::string_view line = nextLine(text, &pos);
+    {
+      std::string path;
+      uint64_t index = 0;
+      ImageExtent extent;
+      if (parseExtentLine(line, &path, &index, &extent)) {
+        extents[path][index] = extent;
+        continue;
+      }
+    }
+    // mode, links, owner, group, size, month, day, time or year, then the
+    // quoted path and, for a link, " -> " and the quoted target.
+    std::vector<std::string_view> words;
+    size_t at = 0;
+    while (words.size() < 8 && at < line.size()) {
+      while (at < line.size() && line[at] == ' ') ++at;
+      size_t end = line.find(' ', at);
+      if (end == std::string_view::npos) end = line.size();
+      words.push_back(line.substr(at, end - at));
+      at = end;
+    }
+    while (at < line.size() && line[at] == ' ') ++at;
+    std::string path;
+    if (words.size() < 8 || !unquoteWord(line, &at, &path)) continue;
+    ImageEntry entry;
+    entry.path = cleanListedPath(path);
+    if (entry.path.empty()) continue;
+    entry.kind = kindFromMode(words[0]);
+    entry.mode = permissionBits(words[0]);
+    entry.size = entry.kind == EntryKind::File ? parseCount(words[4]) : 0;
+    if (entry.kind == EntryKind::Link) {
+      if (line.substr(at, 4) != " -> ") continue;
+      at += 4;
+      if (!unquoteWord(line, &at, &entry.linkTarget)) continue;
+      entry.size = entry.linkTarget.size();
+    }
+    struct tm tm = {};
+    size_t month = kMonths.find(words[5]);
+    tm.tm_mon = month == std::string_view::npos || words[5].size() != 3 ? 0 : int(month / 3);
+    tm.tm_mday = static_cast<int>(parseCount(words[6]));
+    struct tm today;
+    ::gmtime_r(&now, &today);
+    if (words[7].find(':') != std::string_view::npos) {
+      // Recent: no year, to the minute.
+      tm.tm_year = today.tm_year;
+      tm.tm_hour = static_cast<int>(parseCount(words[7]));
+      tm.tm_min = static_cast<int>(parseCount(words[7].substr(words[7].find(':') + 1)));
+      if (::timegm(&tm) > now + 86400) --tm.tm_year;
+    } else {
+      tm.tm_year = static_cast<int>(parseCount(words[7])) - 1900;
+    }
+    entry.modified.tv_sec = ::timegm(&tm);
+    entry.accessed = entry.modified;
+    entries.push_back(std::move(entry));
+  }
+  // Extents are used only when they account for the whole file: a file
+  // stored compressed, or a layout not understood, goes through the reader.
+  for (ImageEntry& entry : entries) {
+    auto it = extents.find(entry.path);
+    if (entry.kind != EntryKind::File || it == extents.end()) continue;
+    uint64_t total = 0, expected = 0;
+    bool ordered = true;
+    for (const auto& [index, extent] : it->second) {
+      ordered = ordered && index == expected++;
+      total += extent.length;
+      entry.extents.push_back(extent);
+    }
+    if (!ordered || total != entry.size) entry.extents.clear();
+  }
+  return entries;
+}
+
+std::optional<ImageReader> chooseImageReader(const std::string& image, std::string* missing) {
+  ImageReader reader;
+  std::optional<std::string> sevenZip = findSevenZip();
+  if (isIsoImage(image)) {
+    std::optional<std::string> xorriso = findXorriso();
+    if (!xorriso) {
+      *missing = "xorriso";
+      return std::nullopt;
+    }
+    reader.kind = ImageReader::Kind::Xorriso;
+    reader.program = *xorriso;
+    reader.sevenZip = sevenZip.value_or("");
+    return reader;
+  }
+  if (!sevenZip) {
+    *missing = "7-Zip (7z)";
+    return std::nullopt;
+  }
+  reader.program = *sevenZip;
+  return reader;
+}
+
+namespace {
+
+bool listWithSevenZip(const std::string& sevenZip, const std::string& image,
+                      std::vector<ImageEntry>* entries, std::string* error) {
+  ChildResult run = runReader(sevenZip, {"l", "-slt", "-bd", "--", pathArgument(image)},
+                              kListingTimeoutMs);
+  if (!run.succeeded() || run.truncated) {
+    *error = run.truncated ? "its listing is too large" : failure(sevenZip, run);
+    return false;
+  }
+  *entries = parseSevenZipListing(run.out);
+  return true;
+}
+
+}  // namespace
+
+bool listImage(const ImageReader& reader, const std::string& image,
+               std::vector<ImageEntry>* entries, std::string* error) {
+  if (reader.kind == ImageReader::Kind::SevenZip)
+    return listWithSevenZip(reader.program, image, entries, error);
+
+  ChildResult run = runReader(
+      reader.program,
+      {"-indev", pathArgument(image), "-find", "/", "-exec", "lsdl", "--", "-find", "/", "-type",
+       "f", "-exec", "report_lba", "--"},
+      kListingTimeoutMs);
+  if (!run.succeeded() || run.truncated) {
+    *error = run.truncated ? "its listing is too large" : failure(reader.program, run);
+    return false;
+  }
+  *entries = parseXorrisoListing(run.out, ::time(nullptr));
+  // xorriso shows recent times to the minute only and older ones to the
+  // day; 7-Zip reads the same times to the second from the Joliet tree.
+  std::vector<ImageEntry> joliet;
+  std::string ignored;
+  if (!reader.sevenZip.empty() && listWithSevenZip(reader.sevenZip, image, &joliet, &ignored)) {
+    std::map<std::string_view, const ImageEntry*> byPath;
+    for (const ImageEntry& entry : joliet) byPath.emplace(entry.path, &entry);
+    for (ImageEntry& entry : *entries) {
+      auto it = byPath.find(entry.path);
+      if (it == byPath.end() || it->second->modified.tv_sec == 0) continue;
+      // Only a time that agrees to the minute with what xorriso saw.
+      if (std::llabs(static_cast<long long>(it->second->modified.tv_sec - entry.modified.tv_sec)) >=
+          (entry.modified.tv_sec % 60 == 0 ? 86400 : 60))
+        continue;
+      entry.modified = it->second->modified;
+      entry.accessed = entry.modified;
+    }
+  }
+  return true;
+}
+
+bool extractImageFile(const ImageReader& reader, const std::string& image,
+                      const std::string& path, int fd, std::string* error) {
+  // ISO images: 7-Zip finds the file by its Joliet name, which is the same
+  // name for everything this tool writes; the caller checks the size and
+  // falls back to extractImageFiles.
+  const std::string& sevenZip =
+      reader.kind == ImageReader::Kind::SevenZip ? reader.program : reader.sevenZip;
+  if (sevenZip.empty()) {
+    *error = reader.program.empty() ? reader.missing : "7-Zip is not on PATH";
+    return false;
+  }
+  ChildRequest request;
+  request.program = sevenZip;
+  // -spd: the name is a name, not a wildcard pattern.
+  request.args = {"e", "-so", "-bd", "-spd", "--", pathArgument(image), path};
+  request.environment = kReaderEnvironment;
+  request.timeoutMs = kExtractTimeoutMs;
+  request.out = ChildStream::ToFd;
+  request.outFd = fd;
+  request.captureLimit = 64 * kOutputTail;
+  ChildResult run = runChild(request);
+  if (run.succeeded()) return true;
+  *error = failure(sevenZip, run);
+  return false;
 }
 
 namespace {
@@ -200,36 +518,45 @@ int makeOwnerWritable(const char* path, const struct stat* st, int type, struct 
 
 }  // namespace
 
-bool unpackIsoImage(const std::string& xorriso, const std::string& image, const std::string& into) {
-  ProgramRun run = runProgram(xorriso, {"-osirrox", "on", "-indev", pathArgument(image), "-extract",
-                                        "/", pathArgument(into)});
-  ::nftw(into.c_str(), makeOwnerWritable, 16, FTW_PHYS);
-  if (run.started && run.status == 0) return true;
-  logProgramFailure("cannot unpack \"" + image + "\"", xorriso, run);
-  return false;
-}
-
-std::optional<std::string> findBundleFolder(const std::string& folder) {
-  // Breadth first, so the shallowest bundle wins.
-  std::deque<std::pair<std::string, int>> queue = {{folder, 0}};
-  while (!queue.empty()) {
-    auto [current, depth] = queue.front();
-    queue.pop_front();
-    if (isFolder(current + "/Restore")) return current;
-    if (depth == kBundleSearchDepth) continue;
-    for (const std::string& name : subfolders(current))
-      queue.emplace_back(current + "/" + name, depth + 1);
+bool extractImageFiles(const ImageReader& reader, const std::string& image,
+                       const std::vector<std::string>& paths, const std::string& into,
+                       std::string* error) {
+  if (paths.empty()) return true;
+  if (reader.program.empty()) {
+    *error = reader.missing;
+    return false;
   }
-  return std::nullopt;
-}
-
-bool makeImage(const std::string& xorriso, const std::string& folder, const std::string& image) {
-  // Level 3 for files of 4 GiB and more, which restore images often are;
-  // long Joliet names (up to 103 characters) for readers without Rock Ridge.
-  ProgramRun run = runProgram(xorriso, {"-as", "mkisofs", "-R", "-J", "-joliet-long", "-iso-level",
-                                        "3", "-o", pathArgument(image), pathArgument(folder)});
-  if (run.started && run.status == 0) return true;
-  logProgramFailure("cannot make the disk image \"" + image + "\"", xorriso, run);
+  ChildResult run;
+  if (reader.kind == ImageReader::Kind::SevenZip) {
+    // The names go through a list file: there may be thousands.
+    const std::string listFile = into + ".list";
+    std::string list;
+    for (const std::string& path : paths) list += path + "\n";
+    {
+      UniqueFd fd(::open(listFile.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+      if (!fd.valid() || ::write(fd.get(), list.data(), list.size()) !=
+                             static_cast<ssize_t>(list.size())) {
+        *error = std::string("cannot write a list of names: ") + strerror(errno);
+        ::unlink(listFile.c_str());
+        return false;
+      }
+    }
+    run = runReader(reader.program,
+                    {"x", "-y", "-bd", "-spd", "-scsUTF-8", "-o" + into, "-i@" + listFile, "--",
+                     pathArgument(image)},
+                    kExtractTimeoutMs);
+    ::unlink(listFile.c_str());
+  } else {
+    std::vector<std::string> args = {"-osirrox", "on", "-indev", pathArgument(image), "-extract_l",
+                                     "/", into};
+    for (const std::string& path : paths) args.push_back("/" + path);
+    args.push_back("--");
+    run = runReader(reader.program, std::move(args), kExtractTimeoutMs);
+    // Folders come out with the image's modes; the copy must stay removable.
+    ::nftw(into.c_str(), makeOwnerWritable, 16, FTW_PHYS);
+  }
+  if (run.succeeded()) return true;
+  *error = failure(reader.program, run);
   return false;
 }
 

@@ -1,5 +1,5 @@
-// The bundle named by --source: a folder as it is, or a .dmg image unpacked
-// into a private temporary folder for as long as this object lives.
+// The bundle named by --source: a folder as it is, or the bundle folder
+// inside a .dmg image, read in place.
 
 #ifndef VELMAR_TOOL_SOURCE_BUNDLE_H_
 #define VELMAR_TOOL_SOURCE_BUNDLE_H_
@@ -13,27 +13,18 @@ namespace velmar::tool {
 
 class SourceBundle {
  public:
-  SourceBundle() = default;
-  ~SourceBundle();
-  SourceBundle(const SourceBundle&) = delete;
-  SourceBundle& operator=(const SourceBundle&) = delete;
-
-  // Checks that `path` exists and, for an image, unpacks it. Logs and
-  // answers kExitIO on failure, kExitSuccess otherwise.
+  // Checks that `path` is a folder or a disk image and opens the view on
+  // it (for an image: its listing, from the cache when the image is
+  // unchanged). Logs and answers kExitIO on failure, kExitSuccess otherwise.
   int open(const std::string& path);
 
-  // The bundle folder the engine reads.
-  const std::string& folder() const { return folder_; }
-  // The bundle as every reader sees it.
+  // The bundle as every reader sees it; its location() is `path` as given.
   std::shared_ptr<BundleView> view() const { return view_; }
-  bool fromImage() const { return !unpackFolder_.empty(); }
+  bool fromImage() const { return fromImage_; }
 
  private:
-  int unpack(const std::string& image);
-
-  std::string folder_;
-  std::string unpackFolder_;
   std::shared_ptr<BundleView> view_;
+  bool fromImage_ = false;
 };
 
 }  // namespace velmar::tool

@@ -92,7 +92,7 @@ int runStrip(const ToolRequest& request) {
     options.noSymLinks = request.noSymLinks;
     options.showProgress = ::isatty(2);
     if (int written =
-            writeStrippedBundle(source.folder(), target, options, strippedManifest, modifiedFiles))
+            writeStrippedBundle(source.view(), target, options, strippedManifest, modifiedFiles))
       return written;
     log.Log(">>> stripped bundle written to \"%s\".", target.path);
   }

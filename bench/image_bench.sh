@@ -1,0 +1,155 @@
+#!/bin/bash
+# A bundle read from a disk image against the same bundle as a folder, side
+# by side: a query (--validproducts), a validate and a strip (to a folder),
+# for images of 1 GB and 4 GB, made by the tool's own image writer
+# (xorriso, ISO 9660), and the same as ext4 images (mke2fs), which go
+# through 7-Zip as the UDIF images real bundles come in do. The image is
+# read cold (empty cache: listing
+# included) and warm (the listing and the files read before come from the
+# cache, as for the desktop's later scan queries, its validate and its
+# strip).
+#
+#   bench/image_bench.sh [BUILD_DIR] [SIZES_IN_GB...]
+#
+# Needs xorriso, 7-Zip and about 2.5 x the largest size free in $TMPDIR
+# (the payload files are sparse; the images are not). Times are wall-clock
+# seconds, the best of several runs (queries and validates: seven, cold:
+# five, listings: three, strips: three, cold: two) with the page cache warm;
+# folder and image runs alternate, so both see the same load.
+
+set -euo pipefail
+
+build=${1:-build}
+shift || true
+sizes=("$@")
+[ ${#sizes[@]} -gt 0 ] || sizes=(1 4)
+velmarbs=$(realpath "$build/tool/velmarbs")
+mkbundle=$(realpath "$build/synth/velmar-mkbundle")
+sevenzip=$(command -v 7zz || command -v 7z || command -v 7za)
+xorriso=$(command -v xorriso)
+
+work=$(mktemp -d "${TMPDIR:-/tmp}/velmar-image-bench-XXXXXX")
+trap 'rm -rf "$work"' EXIT
+export XDG_CACHE_HOME=$work/cache
+
+largest=0
+for s in "${sizes[@]}"; do [ "$s" -gt "$largest" ] && largest=$s; done
+free_kb=$(df -Pk "$work" | awk 'NR==2 {print $4}')
+need_kb=$((largest * 1024 * 1024 * 5 / 2))
+if [ "$free_kb" -lt "$need_kb" ]; then
+  echo "image_bench: need $((need_kb / 1024 / 1024)) GB free in $work, have $((free_kb / 1024 / 1024)) GB" >&2
+  exit 1
+fi
+
+# Seconds taken by a command, to the millisecond.
+seconds() {
+  local start end
+  start=$(date +%s%N)
+  "$@" >/dev/null 2>&1
+  end=$(date +%s%N)
+  echo $(((end - start) / 1000000)) | awk '{printf "%.3f", $1 / 1000}'
+}
+
+# The best of N runs of a command; `prepare` (a function name) runs first.
+best() {
+  local runs=$1 prepare=$2 best="" t
+  shift 2
+  for ((i = 0; i < runs; i++)); do
+    $prepare
+    t=$(seconds "$@")
+    if [ -z "$best" ] || awk -v a="$t" -v b="$best" 'BEGIN {exit !(a < b)}'; then best=$t; fi
+  done
+  echo "$best"
+}
+
+# Two commands run by turns, so both see the same load on a shared machine:
+# duel RUNS PREPARE_A PREPARE_B A... -- B...  prints the best of each.
+duel() {
+  local runs=$1 prepare_a=$2 prepare_b=$3 a=() b=() best_a="" best_b="" t
+  shift 3
+  while [ "$1" != "--" ]; do a+=("$1"); shift; done
+  shift
+  b=("$@")
+  for ((i = 0; i < runs; i++)); do
+    $prepare_a
+    t=$(seconds "${a[@]}")
+    if [ -z "$best_a" ] || awk -v x="$t" -v y="$best_a" 'BEGIN {exit !(x < y)}'; then best_a=$t; fi
+    $prepare_b
+    t=$(seconds "${b[@]}")
+    if [ -z "$best_b" ] || awk -v x="$t" -v y="$best_b" 'BEGIN {exit !(x < y)}'; then best_b=$t; fi
+  done
+  echo "$best_a $best_b"
+}
+
+nothing() { :; }
+clear_cache() { rm -rf "$XDG_CACHE_HOME"; }
+clear_targets() { rm -rf "$work/out-folder" "$work/out-image"; }
+
+selection=(--product r13 --factory swdl)
+
+row() { printf '%-5s %6s %-26s %9s %9s %9s %7s\n' "$@"; }
+ratio() { awk -v a="$1" -v b="$2" 'BEGIN {printf "%.2f", a / b}'; }
+sum() { awk -v a="$1" -v b="$2" 'BEGIN {printf "%.3f", a + b}'; }
+
+# The query, validate and strip from the image $1 (format $2), beside the
+# folder's figures measured before.
+measure() {
+  local image=$1 format=$2 q v st cold
+  read -r q_cold_folder q_cold < <(duel 5 nothing clear_cache \
+    "$velmarbs" --validproducts --source "$bundle" -- \
+    "$velmarbs" --validproducts --source "$image")
+  read -r q_folder q_warm < <(duel 7 nothing nothing \
+    "$velmarbs" --validproducts --source "$bundle" -- \
+    "$velmarbs" --validproducts --source "$image")
+  read -r v_folder v_warm < <(duel 7 nothing nothing \
+    "$velmarbs" --source "$bundle" "${selection[@]}" -- \
+    "$velmarbs" --source "$image" "${selection[@]}")
+  clear_cache
+  v_cold=$(best 5 clear_cache "$velmarbs" --source "$image" "${selection[@]}")
+  s_cold=$(best 2 "eval clear_targets; clear_cache" "$velmarbs" --source "$image" --target "$work/out-image" "${selection[@]}")
+  "$velmarbs" --validproducts --source "$image" >/dev/null 2>&1
+  read -r s_folder s_warm < <(duel 3 clear_targets clear_targets \
+    "$velmarbs" --source "$bundle" --target "$work/out-folder" "${selection[@]}" -- \
+    "$velmarbs" --source "$image" --target "$work/out-image" "${selection[@]}")
+  row "" "" "$format: query validproducts" "$q_folder" "$q_warm" "$q_cold" "$(ratio "$q_warm" "$q_folder")"
+  row "" "" "$format: validate r13 swdl" "$v_folder" "$v_warm" "$v_cold" "$(ratio "$v_warm" "$v_folder")"
+  row "" "" "$format: strip r13 swdl" "$s_folder" "$s_warm" "$s_cold" "$(ratio "$s_warm" "$s_folder")"
+  clear_cache
+}
+
+mke2fs=$(command -v mke2fs || command -v /usr/sbin/mke2fs || true)
+row size files step folder image cold ratio
+for gb in "${sizes[@]}"; do
+  bundle=$work/content-$gb/Bundle
+  image=$work/Bundle-$gb.dmg
+  mkdir -p "$work/content-$gb"
+  "$mkbundle" "$bundle" --large 55 >/dev/null
+  # A quarter of the bytes in the system image a strip for r13 keeps, the
+  # rest spread over the other system images. Those are sparse, so cheap to
+  # make; the kept one is written out, or the folder's strip would copy
+  # nothing but holes.
+  total=$((gb * 1024 * 1024 * 1024))
+  kept=$bundle/Restore/038-1300-002.dmg
+  others=("$bundle"/Restore/038-*.dmg)
+  dd if=/dev/zero of="$kept" bs=1M count=$((gb * 256)) status=none
+  each=$((total * 3 / 4 / (${#others[@]} - 1)))
+  for f in "${others[@]}"; do [ "$f" = "$kept" ] || truncate -s "$each" "$f"; done
+  files=$(find "$bundle" | wc -l)
+  "$xorriso" -as mkisofs -R -J -joliet-long -iso-level 3 -o "$image" "$work/content-$gb" >/dev/null 2>&1
+
+  listing_iso=$(best 3 nothing "$xorriso" -indev "$image" -find / -exec lsdl -- \
+    -find / -type f -exec report_lba --)
+  listing_7z=$(best 3 nothing "$sevenzip" l -slt "$image")
+  row "${gb}GB" "$files" "listing iso (xorriso+7z)" "" "" "$(sum "$listing_iso" "$listing_7z")" ""
+  measure "$image" iso
+  if [ -n "$mke2fs" ]; then
+    ext4=$work/Bundle-$gb-ext4.dmg
+    "$mke2fs" -q -F -t ext4 -d "$work/content-$gb" "$ext4" $((gb * 1024 + gb * 256 + 64))M >/dev/null 2>&1
+    row "" "" "listing ext4 (7z)" "" "" "$(best 3 nothing "$sevenzip" l -slt "$ext4")" ""
+    measure "$ext4" ext4
+    rm -f "$ext4"
+  fi
+  rm -rf "$work/content-$gb" "$image" "$work/out-folder" "$work/out-image"
+  clear_cache
+done
+echo "(seconds; image = warm cache, cold = empty cache; ratio = image / folder)"

@@ -1,0 +1,56 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "base/bundle_view.h"
+
+namespace velmar {
+namespace {
+
+UniqueFd fileWith(const std::string& bytes) {
+  char path[] = "/tmp/velmar-copy-XXXXXX";
+  UniqueFd fd(::mkstemp(path));
+  ::unlink(path);
+  EXPECT_EQ(::write(fd.get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+  return fd;
+}
+
+std::string contents(int fd) {
+  std::string bytes(1 << 16, '\0');
+  ssize_t n = ::pread(fd, bytes.data(), bytes.size(), 0);
+  bytes.resize(n > 0 ? static_cast<size_t>(n) : 0);
+  return bytes;
+}
+
+TEST(CopyBytesTest, CopiesARangeOrTheRestAndCountsIt) {
+  UniqueFd in = fileWith("0123456789");
+  UniqueFd out = fileWith("");
+  uint64_t reported = 0;
+  auto progress = [&](uint64_t n) { reported += n; };
+  EXPECT_EQ(copyBytes(in.get(), 2, 3, out.get(), progress), 0);
+  EXPECT_EQ(copyBytes(in.get(), 8, 2, out.get(), progress), 0);
+  EXPECT_EQ(contents(out.get()), "23489");
+  EXPECT_EQ(reported, 5u);
+  // From the descriptor's own offset to the end.
+  ASSERT_EQ(::lseek(in.get(), 7, SEEK_SET), 7);
+  EXPECT_EQ(copyBytes(in.get(), 0, UINT64_MAX, out.get(), nullptr), 0);
+  EXPECT_EQ(contents(out.get()), "23489789");
+  // A range past the end is a short file.
+  EXPECT_EQ(copyBytes(in.get(), 8, 5, out.get(), nullptr), EIO);
+}
+
+TEST(CopyBytesTest, PipesGoThroughABuffer) {
+  int fds[2];
+  ASSERT_EQ(::pipe(fds), 0);
+  UniqueFd readEnd(fds[0]), writeEnd(fds[1]);
+  ASSERT_EQ(::write(writeEnd.get(), "piped", 5), 5);
+  writeEnd.reset();
+  UniqueFd out = fileWith("");
+  EXPECT_EQ(copyBytes(readEnd.get(), 0, UINT64_MAX, out.get(), nullptr), 0);
+  EXPECT_EQ(contents(out.get()), "piped");
+}
+
+}  // namespace
+}  // namespace velmar
