@@ -19,7 +19,17 @@ int SourceBundle::open(const std::string& path) {
     return kExitIO;
   }
   if (S_ISDIR(st.st_mode)) {
-    view_ = openFolderView(path);
+    // A bundle holds Restore/ (in any case, as the image reader also finds
+    // it); without one no engine has anything to read, and saying so beats
+    // an engine's empty answer.
+    std::unique_ptr<BundleView> view = openFolderView(path);
+    EntryInfo restore;
+    if (view->targetInfo("Restore", &restore) != 0 || restore.kind != EntryKind::Folder) {
+      log.Log("XXX ERROR: the source \"%s\" is not a restore bundle: it has no Restore folder.",
+              path);
+      return kExitIO;
+    }
+    view_ = std::move(view);
     return kExitSuccess;
   }
   if (S_ISREG(st.st_mode) && isDiskImagePath(path)) {

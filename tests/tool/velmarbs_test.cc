@@ -204,6 +204,12 @@ TEST_F(VelmarbsTest, WhatCannotBeCarriedOutOrReadHasItsStatus) {
   EXPECT_EQ(run({"--source", dir_ / "missing", "--target", target_}).status, 3);
   EXPECT_EQ(run({"--validproducts", "--source", dir_ / "missing"}).status, 3);
   EXPECT_EQ(run({"--source", bundle_, "--target", dir_ / "no/such/folder/T"}).status, 3);
+  // A folder without Restore/ is no bundle: said once, not left to an engine.
+  std::filesystem::create_directories(dir_ / "Downloads/x");
+  r = run({"--validproducts", "--source", dir_ / "Downloads"});
+  EXPECT_EQ(r.status, 3);
+  EXPECT_NE(r.out.find("is not a restore bundle: it has no Restore folder."), std::string::npos)
+      << r.out;
   // The engine's own failure passes through as its status.
   r = run({"--source", bundle_, "--target", target_, "--product", "r99"});
   EXPECT_EQ(r.status, 1);
