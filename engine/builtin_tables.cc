@@ -143,8 +143,7 @@ void BuiltInTables::initialize() {
 
 std::vector<std::string> sortedKeys(const Value& dict) {
   std::vector<std::string> keys = dict.dict().keys();
-  std::sort(keys.begin(), keys.end(),
-            [](const std::string& a, const std::string& b) { return caseInsensitiveLess(a, b); });
+  sortIgnoringCase(keys);
   return keys;
 }
 

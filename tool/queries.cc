@@ -15,9 +15,7 @@ namespace velmar::tool {
 
 Value sortedNames(const Value& names) {
   std::vector<std::string> list = names.strings();
-  std::stable_sort(list.begin(), list.end(), [](const std::string& a, const std::string& b) {
-    return caseInsensitiveLess(a, b);
-  });
+  sortIgnoringCase(list);
   return Value::stringArray(list);
 }
 

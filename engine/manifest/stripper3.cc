@@ -144,8 +144,7 @@ bool Stripper3::checkUnpersonalized() const {
 
 Value Stripper3::strippedManifest() {
   std::vector<std::string> paths = copiedFilelist_.strings();
-  std::sort(paths.begin(), paths.end(),
-            [](const std::string& a, const std::string& b) { return caseInsensitiveLess(a, b); });
+  sortIgnoringCase(paths);
   return Value::stringArray(paths);
 }
 
