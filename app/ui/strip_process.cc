@@ -13,6 +13,8 @@ namespace velmar::app {
 StripProcess::StripProcess(TextSink log, QObject* parent)
     : QObject(parent), log_(std::move(log)), killTimer_(new QTimer(this)) {
   killTimer_->setSingleShot(true);
+  // A coarse timer may fire up to 5 % early; the grace is a promise.
+  killTimer_->setTimerType(Qt::PreciseTimer);
   connect(killTimer_, &QTimer::timeout, this, [this] {
     if (process_) signalChild(static_cast<pid_t>(process_->processId()), SIGKILL);
   });
