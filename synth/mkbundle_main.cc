@@ -1,5 +1,6 @@
-// velmar-mkbundle OUTDIR [--large N]: writes the sample bundle, or the large
-// benchmark bundle with N synthetic products, to a new folder.
+// velmar-mkbundle OUTDIR [--large N | --factory N [--items K]]: writes the
+// sample bundle, the large benchmark bundle with N synthetic products, or a
+// factory-like bundle of N products, to a new folder.
 
 #include <cstdio>
 #include <cstdlib>
@@ -8,16 +9,21 @@
 #include <system_error>
 
 #include "synth/bundle_builder.h"
+#include "synth/factory_bundle.h"
 #include "synth/sample_bundles.h"
 
 namespace {
 
 int usage() {
   std::fprintf(stderr,
-               "usage: velmar-mkbundle OUTDIR [--large N]\n"
+               "usage: velmar-mkbundle OUTDIR [--large N | --factory N [--items K]]\n"
                "  writes the sample restore bundle to OUTDIR, which must not exist;\n"
-               "  --large N adds N synthetic products (%zu make a build manifest of about 10 MB)\n",
-               velmar::synth::kLargeBundleProducts);
+               "  --large N adds N synthetic products (%zu make a build manifest of about 10 MB);\n"
+               "  --factory N writes a factory-like bundle instead: N products, both device\n"
+               "  classes, every station's variant, K extra items per identity (default %zu;\n"
+               "  %zu products and the default make a build manifest of about 10 MB)\n",
+               velmar::synth::kLargeBundleProducts, velmar::synth::kFactoryBundleExtraItems,
+               velmar::synth::kFactoryBundleProducts);
   return 2;
 }
 
@@ -35,11 +41,20 @@ int main(int argc, char** argv) {
   std::string outDir;
   bool large = false;
   size_t products = 0;
+  bool factory = false;
+  size_t items = velmar::synth::kFactoryBundleExtraItems;
+  bool itemsGiven = false;
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i];
     if (arg == "--large") {
       if (i + 1 >= argc || !parseCount(argv[++i], &products)) return usage();
       large = true;
+    } else if (arg == "--factory") {
+      if (i + 1 >= argc || !parseCount(argv[++i], &products)) return usage();
+      factory = true;
+    } else if (arg == "--items") {
+      if (i + 1 >= argc || !parseCount(argv[++i], &items)) return usage();
+      itemsGiven = true;
     } else if (arg == "--help" || arg == "-h") {
       usage();
       return 0;
@@ -49,7 +64,7 @@ int main(int argc, char** argv) {
       return usage();
     }
   }
-  if (outDir.empty()) return usage();
+  if (outDir.empty() || (large && factory) || (itemsGiven && !factory)) return usage();
 
   std::error_code ec;
   if (std::filesystem::symlink_status(outDir, ec).type() != std::filesystem::file_type::not_found) {
@@ -57,7 +72,9 @@ int main(int argc, char** argv) {
     return 2;
   }
   velmar::synth::BundleDescription bundle =
-      large ? velmar::synth::largeBundle(products) : velmar::synth::sampleBundle();
+      factory ? velmar::synth::factoryBundle(products, items)
+      : large ? velmar::synth::largeBundle(products)
+              : velmar::synth::sampleBundle();
   std::string error;
   if (!velmar::synth::writeBundle(bundle, outDir, &error)) {
     std::fprintf(stderr, "velmar-mkbundle: %s\n", error.c_str());
