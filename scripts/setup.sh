@@ -10,6 +10,7 @@ packages=(
   fonts-dejavu-core                  # a fixed-pitch font for the log window
   libgtest-dev libgmock-dev          # tests
   libbenchmark-dev                   # benchmarks
+  time                               # /usr/bin/time -v: peak memory in the tool benchmark
   7zip                               # reading .dmg source bundles
   xorriso                            # writing .dmg target bundles
   xdg-utils                          # handing the log to the desktop's mail composer
