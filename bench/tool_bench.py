@@ -97,6 +97,19 @@ def machine():
             "load": os.getloadavg()[0]}
 
 
+def commit():
+    """The code measured: the checkout's commit, marked when it has changes."""
+    here = os.path.dirname(os.path.abspath(__file__))
+    try:
+        head = subprocess.run(["git", "-C", here, "rev-parse", "--short", "HEAD"], capture_output=True,
+                              text=True).stdout.strip()
+        dirty = subprocess.run(["git", "-C", here, "status", "--porcelain", "--untracked-files=no"],
+                               capture_output=True, text=True).stdout.strip()
+    except OSError:
+        return "unknown commit"
+    return "commit " + (head or "unknown") + (" with changes" if dirty else "")
+
+
 class Tools:
     def __init__(self, build):
         self.velmarbs = os.path.join(build, "tool", "velmarbs")
@@ -293,16 +306,20 @@ def nice_step(span, ticks=5):
     return 10 * magnitude
 
 
-def svg_plot(rows, title, subtitle):
-    """A small line chart of validate time (and plistlib's) against size."""
+def svg_plot(rows, title, subtitle, baseline=None, baseline_name=""):
+    """A small line chart of validate time (and plistlib's) against size;
+    `baseline` rows of an earlier run are drawn dashed beside them."""
     w, h = 640, 400
     left, right, top, bottom = 64, 24, 56, 52
     pw, ph = w - left - right, h - top - bottom
     xs = [r["manifest_bytes"] / MB for r in rows]
-    series = [("velmarbs validate", "#1f5fa8", [r["validate_s"] for r in rows]),
-              ("python3 plistlib.load", "#c0504d", [r["plistlib_s"] for r in rows])]
-    xmax = max(xs) * 1.05
-    ymax = max(max(v) for _, _, v in series) * 1.1
+    series = [("velmarbs validate", "#1f5fa8", "", xs, [r["validate_s"] for r in rows]),
+              ("python3 plistlib.load", "#c0504d", "", xs, [r["plistlib_s"] for r in rows])]
+    if baseline:
+        series.append(("velmarbs validate, " + baseline_name, "#7f7f7f", "6 4",
+                       [r["manifest_bytes"] / MB for r in baseline], [r["validate_s"] for r in baseline]))
+    xmax = max(max(x) for _, _, _, x, _ in series) * 1.05
+    ymax = max(max(v) for _, _, _, _, v in series) * 1.1
     xstep, ystep = nice_step(xmax), nice_step(ymax)
 
     def px(x):
@@ -330,14 +347,15 @@ def svg_plot(rows, title, subtitle):
     out.append('<text x="%.1f" y="%d" text-anchor="middle">build manifest size (MB)</text>' % (left + pw / 2, h - 10))
     out.append('<text transform="translate(16 %.1f) rotate(-90)" text-anchor="middle">seconds (median, '
                'process start included)</text>' % (top + ph / 2))
-    for i, (name, colour, ys) in enumerate(series):
+    for i, (name, colour, dash, xs, ys) in enumerate(series):
         points = " ".join("%.1f,%.1f" % (px(a), py(b)) for a, b in zip(xs, ys))
-        out.append('<polyline points="%s" fill="none" stroke="%s" stroke-width="2"/>' % (points, colour))
+        style = ' stroke-dasharray="%s"' % dash if dash else ""
+        out.append('<polyline points="%s" fill="none" stroke="%s" stroke-width="2"%s/>' % (points, colour, style))
         for a, b in zip(xs, ys):
             out.append('<circle cx="%.1f" cy="%.1f" r="3" fill="%s"/>' % (px(a), py(b), colour))
         ly = top + 14 + 18 * i
-        out.append('<line x1="%d" y1="%d" x2="%d" y2="%d" stroke="%s" stroke-width="2"/>' %
-                   (left + 12, ly - 4, left + 36, ly - 4, colour))
+        out.append('<line x1="%d" y1="%d" x2="%d" y2="%d" stroke="%s" stroke-width="2"%s/>' %
+                   (left + 12, ly - 4, left + 36, ly - 4, colour, style))
         out.append('<text x="%d" y="%d">%s</text>' % (left + 42, ly, escape(name)))
     out.append("</svg>")
     return "\n".join(out) + "\n"
@@ -358,10 +376,15 @@ def main():
                         help="size of each kept OS image in the copy phase (default: 100)")
     parser.add_argument("--plot", default="docs/validate-time.svg", help="where the SVG goes ('' for none)")
     parser.add_argument("--json", default="", help="also write every figure to this file")
+    parser.add_argument("--baseline", default="",
+                        help="a --json file of an earlier run, drawn dashed in the plot")
+    parser.add_argument("--baseline-name", default="before", help="its name in the plot's legend")
     parser.add_argument("--work", default="", help="scratch folder (default: a new one in $TMPDIR)")
     args = parser.parse_args()
 
     m = machine()
+    m["commit"] = commit()
+    print("code: %s" % m["commit"])
     print("machine: %d cores (nproc), %s, %.1f GiB memory; load average %.2f at start" %
           (m["nproc"], m["cpu"], m["memory_gib"], m["load"]))
     print("medians of %d runs; compared commands alternate\n" % args.runs, flush=True)
@@ -418,14 +441,20 @@ def main():
         rows = bench_sizes(tools, work, sizes, args.runs)
         figures["sizes"] = rows
         if args.plot and rows:
-            subtitle = "%d cores, %s, %.0f GiB; medians of %d" % (m["nproc"], m["cpu"], m["memory_gib"],
-                                                                 args.runs)
+            subtitle = "%s; %d cores, %s, %.0f GiB; medians of %d" % (
+                m["commit"], m["nproc"], m["cpu"], m["memory_gib"], args.runs)
+            baseline = None
+            if args.baseline:
+                with open(args.baseline) as f:
+                    baseline = json.load(f).get("sizes")
             with open(args.plot, "w") as f:
-                f.write(svg_plot(rows, "velmarbs validate time against build manifest size", subtitle))
+                f.write(svg_plot(rows, "velmarbs validate time against build manifest size", subtitle,
+                                 baseline, args.baseline_name))
             print("plot written to %s" % args.plot)
         if args.json:
             with open(args.json, "w") as f:
                 json.dump(figures, f, indent=2)
+        print("load average %.2f at the end" % os.getloadavg()[0])
     finally:
         if not args.work:
             shutil.rmtree(work, ignore_errors=True)
