@@ -10,7 +10,6 @@ packages=(
   fonts-dejavu-core                  # a fixed-pitch font for the log window
   libgtest-dev libgmock-dev          # tests
   libbenchmark-dev                   # benchmarks
-  time                               # /usr/bin/time -v: peak memory in the tool benchmark
   7zip                               # reading .dmg source bundles
   xorriso                            # writing .dmg target bundles
   xdg-utils                          # handing the log to the desktop's mail composer
@@ -20,6 +19,7 @@ packages=(
   dpkg-dev file                      # the package: dpkg-shlibdeps finds the libraries' packages
   desktop-file-utils appstream       # checking the package's desktop entry and AppStream data
   man-db                             # checking the package's manual pages with man -l
+  time                               # /usr/bin/time -v: peak memory in the tool benchmark
 )
 
 missing=()
