@@ -28,7 +28,6 @@ import tempfile
 import time
 
 MB = 1000 * 1000
-PLISTLIB = 'import plistlib,sys; plistlib.load(open(sys.argv[1],"rb"))'
 FACTORY_PRODUCTS = 10
 VALIDATE_PRODUCT = "f000"
 VALIDATE_STATION = "ss"
@@ -135,7 +134,8 @@ class Tools:
 
 
 def plistlib_argv(manifest):
-    return [sys.executable, "-c", PLISTLIB, manifest]
+    """What a user would run instead: Python reading the manifest alone."""
+    return ["python3", "-c", 'import plistlib; plistlib.load(open(%r,"rb"))' % manifest]
 
 
 # --- the parts ---------------------------------------------------------------
