@@ -1,6 +1,8 @@
 #include "app/bundle_scan.h"
 
+#include "app/paths.h"
 #include "app/tool_output.h"
+#include "base/format.h"
 
 namespace velmar::app {
 
@@ -35,16 +37,52 @@ VariantsByProduct queryValidVariants(const QueryFunction& query, const NameList&
 
 ScanResult scanBundle(const UserDefaults& defaults, const NameList& previousValidProducts,
                       const QueryFunction& query) {
+  ReplyFunction ask = [&query](const Arguments& arguments) { return ToolReply{query(arguments), {}, false}; };
+  return scanBundle(defaults, previousValidProducts, ask, ScanProgress());
+}
+
+ScanResult scanBundle(const UserDefaults& defaults, const NameList& previousValidProducts,
+                      const ReplyFunction& ask, const ScanProgress& progress) {
   std::string source = sourcePath(defaults);
   bool keepDev = defaults.boolForKey(kKeepDevFirmwareKey);
   bool keepAP = defaults.boolForKey(kKeepAPFirmwareKey);
   ScanResult result;
-  result.knownProducts = queryKnownProducts(query, source);
-  result.validProducts =
-      queryValidProducts(query, source, keepDev, keepAP).value_or(previousValidProducts);
-  result.validVariantsForEachProduct =
-      queryValidVariants(query, result.validProducts, source, keepDev, keepAP);
+  result.sourcePath = source;
+
+  ToolReply known = ask(knownProductsArguments(source));
+  if ((result.cancelled = known.cancelled)) return result;
+  result.knownProducts = sortedNamesFromFirstArray(known.replies);
+
+  ToolReply valid = ask(validProductsArguments(source, keepDev, keepAP));
+  if ((result.cancelled = valid.cancelled)) return result;
+  Value validReply = firstDictionaryWithKey(valid.replies, "validProducts");
+  result.validProducts = validReply.isNull() ? previousValidProducts : validReply.get("validProducts").strings();
+  if (validReply.isNull() || result.validProducts.empty()) {
+    result.failure = !valid.failure.empty()   ? valid.failure
+                     : !known.failure.empty() ? known.failure
+                                              : "it holds no product that can be stripped.";
+  }
+
+  for (size_t i = 0; i < result.validProducts.size(); ++i) {
+    const std::string& product = result.validProducts[i];
+    if (progress) progress(i + 1, result.validProducts.size());
+    ToolReply variants = ask(validVariantsArguments(product, source, keepDev, keepAP));
+    if ((result.cancelled = variants.cancelled)) return result;
+    Value reply = firstDictionaryWithKey(variants.replies, "validVariants");
+    if (!reply.isNull()) result.validVariantsForEachProduct[product] = reply.get("validVariants").strings();
+  }
   return result;
+}
+
+std::string scanProgressText(size_t number, size_t count) {
+  return format("product %d of %d", static_cast<long long>(number), static_cast<long long>(count));
+}
+
+std::string scanOutcomeLine(const ScanResult& result) {
+  const std::string name = lastPathComponent(result.sourcePath);
+  if (result.cancelled) return format("Scanning \"%@\" cancelled.", name);
+  if (result.failure.empty()) return std::string();
+  return format("\"%@\" cannot be used: %@", name, result.failure);
 }
 
 void applyScan(SelectionModel& model, ScanResult result) {

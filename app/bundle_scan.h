@@ -13,6 +13,7 @@
 
 #include "app/selection.h"
 #include "app/tool_arguments.h"
+#include "app/tool_query.h"
 #include "app/user_defaults.h"
 #include "base/value.h"
 
@@ -20,6 +21,11 @@ namespace velmar::app {
 
 // Runs the tool with the arguments; the replies as an array Value, or null.
 using QueryFunction = std::function<Value(const Arguments&)>;
+// The same with the tool's reason for a failure, and a cancelled flag
+// (ToolQuery::ask with the scan's TaskCancel).
+using ReplyFunction = std::function<ToolReply(const Arguments&)>;
+// Told before each valid-variants query: product `number` (from 1) of `count`.
+using ScanProgress = std::function<void(size_t number, size_t count)>;
 
 // The tool's known products, or a bundle's when `sourcePath` is not empty;
 // sorted, empty when there is no array reply (setupProducts).
@@ -40,9 +46,15 @@ VariantsByProduct queryValidVariants(const QueryFunction& query, const NameList&
                                      bool keepAPFirmware);
 
 struct ScanResult {
+  std::string sourcePath;  // the bundle asked about, "~" expanded
   NameList knownProducts;
   NameList validProducts;  // the new list, or the previous one when there was no reply
   VariantsByProduct validVariantsForEachProduct;
+  // Set when the bundle offers nothing to strip (no valid-products reply, or
+  // an empty one): why, in the tool's words when it gave any.
+  std::string failure;
+  // The user stopped the scan; the lists are then incomplete and not to be used.
+  bool cancelled = false;
 };
 
 // The whole scan of lastSourceSelected (scanBundleThread): known products of
@@ -51,6 +63,17 @@ struct ScanResult {
 // reply, and its products are then the ones asked about.
 ScanResult scanBundle(const UserDefaults& defaults, const NameList& previousValidProducts,
                       const QueryFunction& query);
+// The same scan, saying why it failed, telling its progress, and stopping
+// at the first cancelled query.
+ScanResult scanBundle(const UserDefaults& defaults, const NameList& previousValidProducts,
+                      const ReplyFunction& ask, const ScanProgress& progress);
+
+// "product 37 of 152": which valid-variants query of how many is running.
+std::string scanProgressText(size_t number, size_t count);
+
+// The line under the source field after a scan that found nothing to strip
+// or was cancelled; empty after one that did.
+std::string scanOutcomeLine(const ScanResult& result);
 
 // Puts a scan's lists into the model and applies the selection rule, as the
 // main thread does when the scan hands over.

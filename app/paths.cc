@@ -63,6 +63,43 @@ std::string parentFolder(std::string_view path) {
   return std::string(path.substr(0, slash));
 }
 
+namespace {
+
+int hexValue(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+}  // namespace
+
+std::string pathFromPastedText(std::string_view text) {
+  auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
+  while (!text.empty() && blank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && blank(text.back())) text.remove_suffix(1);
+  if (text.size() >= 2 && (text.front() == '"' || text.front() == '\'') && text.back() == text.front())
+    text = text.substr(1, text.size() - 2);
+  constexpr std::string_view kFileScheme = "file://";
+  if (text.substr(0, kFileScheme.size()) != kFileScheme) return std::string(text);
+  text.remove_prefix(kFileScheme.size());
+  // "file://localhost/x" and "file:///x" both name /x.
+  if (!text.empty() && text.front() != '/') {
+    size_t slash = text.find('/');
+    text = slash == std::string_view::npos ? std::string_view() : text.substr(slash);
+  }
+  std::string path;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '%' && i + 2 < text.size() && hexValue(text[i + 1]) >= 0 && hexValue(text[i + 2]) >= 0) {
+      path += static_cast<char>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2]));
+      i += 2;
+    } else {
+      path += text[i];
+    }
+  }
+  return path;
+}
+
 bool itemExistsAtPath(std::string_view path) {
   struct stat st;
   return ::stat(expandTilde(path).c_str(), &st) == 0;

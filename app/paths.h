@@ -31,6 +31,11 @@ std::string lastPathComponent(std::string_view path);
 // "/a/b" of "/a/b/bundle.dmg"; "/" for "/x"; "" when there is no slash.
 std::string parentFolder(std::string_view path);
 
+// A path as users paste it into the source field: surrounding blanks and
+// one pair of quotes (as file managers and shells copy it) go, and a
+// "file://" address becomes its path, "%20" and the like decoded.
+std::string pathFromPastedText(std::string_view text);
+
 // Whether a file or folder exists at `path` (after "~" expansion).
 bool itemExistsAtPath(std::string_view path);
 

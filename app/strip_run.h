@@ -31,9 +31,30 @@ std::string defaultStripFileName(const std::vector<std::string>& products,
                                  const std::vector<std::string>& variants,
                                  const std::string& sourcePath);
 
+// The longest strip target name, in bytes: a file name takes 255, and the
+// tool builds the target beside it in ".NAME.velmarbs-XXXXXX", 17 longer.
+inline constexpr size_t kMaxStripFileNameBytes = 255 - 17;
+
+// defaultStripFileName whenever that fits `maxBytes`. Otherwise the
+// products kept are cut from the end and "+N-" says how many were left out,
+// then the same for the variants, and as a last resort the bundle's name is
+// cut before its extension (never inside a UTF-8 character):
+// "R1-R2-+150-SS-SWDL-bundle.dmg".
+std::string fittingStripFileName(const std::vector<std::string>& products,
+                                 const std::vector<std::string>& variants,
+                                 const std::string& sourcePath,
+                                 size_t maxBytes = kMaxStripFileNameBytes);
+
+// The tool's staging folders for `targetPath` (".NAME.velmarbs-XXXXXX"
+// beside it), which a tool stopped by a signal cannot remove itself.
+std::vector<std::string> stagingLeftovers(const std::string& targetPath);
+// Removes them; the number removed.
+size_t removeStagingLeftovers(const std::string& targetPath);
+
 // How a run ended, for the log and the sheet.
 struct RunEnd {
   bool finished = false;  // exit status 0
+  bool cancelled = false;  // stopped by the user
   std::string logText;    // time-stamped "Stripping FINISHED.\n" and the like
   std::string sheetText;
 };
@@ -61,6 +82,11 @@ class StripRun {
 
   RunEnd finish(int status) const;
   RunEnd finish(int status, const std::tm& localTime) const;
+  // The user stopped the run: "Stripping cancelled." and the like.
+  RunEnd cancelled() const;
+  RunEnd cancelled(const std::tm& localTime) const;
+  // The target of a strip run; empty for a validate run.
+  std::string target() const;
 
   const std::string& sessionOutput() const { return sessionOutput_; }
   const Arguments& arguments() const { return arguments_; }

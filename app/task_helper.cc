@@ -2,11 +2,13 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <optional>
 #include <system_error>
 #include <thread>
 
@@ -52,8 +54,16 @@ bool makePipe(PipeEnd& read, PipeEnd& write) {
 
 // The spawn's error number, 0 on success.
 int spawnChild(const Task& task, int stdoutFd, int stderrFd, pid_t* pid) {
+  // A process group of its own, so that stopping it reaches what it runs.
+  posix_spawnattr_t attributes;
+  if (int err = posix_spawnattr_init(&attributes)) return err;
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+  posix_spawnattr_setpgroup(&attributes, 0);
   posix_spawn_file_actions_t actions;
-  if (int err = posix_spawn_file_actions_init(&actions)) return err;
+  if (int err = posix_spawn_file_actions_init(&actions)) {
+    posix_spawnattr_destroy(&attributes);
+    return err;
+  }
   int err = posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
   if (!err) err = posix_spawn_file_actions_adddup2(&actions, stdoutFd, 1);
   if (!err) err = posix_spawn_file_actions_adddup2(&actions, stderrFd, 2);
@@ -64,9 +74,10 @@ int spawnChild(const Task& task, int stdoutFd, int stderrFd, pid_t* pid) {
     argv.push_back(const_cast<char*>(task.launchPath.c_str()));
     for (const auto& argument : task.arguments) argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
-    err = posix_spawn(pid, task.launchPath.c_str(), &actions, nullptr, argv.data(), environ);
+    err = posix_spawn(pid, task.launchPath.c_str(), &actions, &attributes, argv.data(), environ);
   }
   posix_spawn_file_actions_destroy(&actions);
+  posix_spawnattr_destroy(&attributes);
   return err;
 }
 
@@ -110,6 +121,12 @@ bool TaskHelper::dataAvail(int fd, Utf8ChunkDecoder& decoder, std::string& outpu
 }
 
 void TaskHelper::taskThread() {
+  if (cancel_ && cancel_->requested()) {
+    cancelled_ = true;
+    result_ = 1;
+    threadDone_.store(true, std::memory_order_release);
+    return;
+  }
   PipeEnd outRead, outWrite, errRead, errWrite;
   pid_t pid = -1;
   bool launched = makePipe(outRead, outWrite) && makePipe(errRead, errWrite) &&
@@ -127,7 +144,13 @@ void TaskHelper::taskThread() {
 
   bool outOpen = true, errOpen = true;
   int waitStatus = 0;
+  std::optional<ChildStop> stop;
   while (true) {
+    if (cancel_ && cancel_->requested()) {
+      if (!stop) stop.emplace(pid, cancel_->grace());
+      stop->tick(ChildStop::Clock::now());
+      cancelled_ = true;
+    }
     pollfd fds[2];
     nfds_t count = 0;
     if (outOpen) fds[count++] = {outRead.get(), POLLIN, 0};
@@ -150,6 +173,8 @@ void TaskHelper::taskThread() {
     }
   }
   result_ = terminationStatus(waitStatus);
+  // Whatever the stopped tool had started itself goes too.
+  if (stop) ::kill(-pid, SIGKILL);
   // What the child wrote just before it ended is still in the pipes. A
   // grandchild holding them open must not keep us here, so read only what
   // is there now.
@@ -166,9 +191,11 @@ std::string commandEchoLine(const std::string& launchPath, const std::vector<std
 
 int RunTask(const std::string& launchPath, const std::vector<std::string>& arguments,
             const std::string& workingDirectory, std::string* standardOutput,
-            std::string* standardError, bool verbose, const EchoStreams& echo) {
+            std::string* standardError, bool verbose, const EchoStreams& echo,
+            const TaskCancel* cancel, bool* cancelled) {
   TaskHelper helper(Task{launchPath, arguments, workingDirectory});
   helper.setEchoStreams(echo);
+  helper.setCancel(cancel);
   int status;
   if (launchPath.empty()) {
     std::fputs("ERROR: no task path specified.\n", echo.err);
@@ -184,6 +211,7 @@ int RunTask(const std::string& launchPath, const std::vector<std::string>& argum
   }
   if (standardOutput) *standardOutput = helper.stdoutOutput();
   if (standardError) *standardError = helper.stderrOutput();
+  if (cancelled) *cancelled = helper.cancelled();
   return status;
 }
 

@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "app/child_stop.h"
 #include "app/utf8_text.h"
 
 namespace velmar::app {
@@ -53,6 +54,11 @@ class TaskHelper {
   int result() const { return result_; }
   bool threadDone() const { return threadDone_.load(std::memory_order_acquire); }
   void setEchoStreams(const EchoStreams& streams) { echo_ = streams; }
+  // When `cancel` is requested the child is stopped (SIGTERM, then SIGKILL
+  // after its grace); a task cancelled before launch is not launched.
+  void setCancel(const TaskCancel* cancel) { cancel_ = cancel; }
+  // Whether the run ended because it was cancelled.
+  bool cancelled() const { return cancelled_; }
 
  private:
   void taskThread();
@@ -66,6 +72,8 @@ class TaskHelper {
   int result_ = 0;
   std::atomic<bool> threadDone_{false};
   EchoStreams echo_;
+  const TaskCancel* cancel_ = nullptr;
+  bool cancelled_ = false;
   Utf8ChunkDecoder stdoutDecoder_;
   Utf8ChunkDecoder stderrDecoder_;
 };
@@ -76,9 +84,12 @@ class TaskHelper {
 // `verbose`, the command line is echoed first as ">>> path arg1 arg2 \n"
 // (each word followed by one space) and the child's output as it arrives.
 // The gathered outputs are stored through the pointers that are not null.
+// A `cancel` request stops the child; `cancelled` (when given) tells whether
+// that is how it ended.
 int RunTask(const std::string& launchPath, const std::vector<std::string>& arguments,
             const std::string& workingDirectory, std::string* standardOutput,
-            std::string* standardError, bool verbose, const EchoStreams& echo = {});
+            std::string* standardError, bool verbose, const EchoStreams& echo = {},
+            const TaskCancel* cancel = nullptr, bool* cancelled = nullptr);
 
 // The echo line without ">>> " and line break: the launch path, one space,
 // then each argument followed by one space.

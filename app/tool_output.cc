@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/format.h"
 #include "base/plist_io.h"
 
 namespace velmar::app {
@@ -61,6 +62,41 @@ std::vector<std::string> sortedNamesFromFirstArray(const Value& replies) {
   std::vector<std::string> names = firstArray(replies).strings();
   std::sort(names.begin(), names.end());
   return names;
+}
+
+namespace {
+
+std::vector<std::string_view> nonEmptyLines(std::string_view text) {
+  std::vector<std::string_view> lines;
+  while (!text.empty()) {
+    size_t end = text.find('\n');
+    std::string_view line = text.substr(0, end);
+    while (!line.empty() && (line.back() == '\r' || line.back() == ' ')) line.remove_suffix(1);
+    if (!line.empty()) lines.push_back(line);
+    if (end == std::string_view::npos) break;
+    text.remove_prefix(end + 1);
+  }
+  return lines;
+}
+
+}  // namespace
+
+std::string toolFailureReason(std::string_view standardOutput, std::string_view standardError,
+                              int status) {
+  for (std::string_view stream : {standardError, standardOutput}) {
+    for (std::string_view line : nonEmptyLines(stream)) {
+      size_t error = line.find("ERROR");
+      if (error == std::string_view::npos) continue;
+      // The engine's prefix ("XXX ERROR: ") says nothing to the user.
+      size_t colon = line.find(": ", error);
+      if (colon != std::string_view::npos && colon + 2 < line.size()) line.remove_prefix(colon + 2);
+      return std::string(line);
+    }
+  }
+  std::vector<std::string_view> errorLines = nonEmptyLines(standardError);
+  if (!errorLines.empty()) return std::string(errorLines.back());
+  if (status != 0) return format("velmarbs ended with status %d.", status);
+  return std::string();
 }
 
 }  // namespace velmar::app

@@ -41,6 +41,14 @@ Value firstDictionaryWithKey(const Value& replies, std::string_view key);
 // variants are read.
 std::vector<std::string> sortedNamesFromFirstArray(const Value& replies);
 
+// Why a query failed, in the tool's own words, for one line on screen: the
+// first line of standard error, else of standard output, that holds
+// "ERROR", from just after its "ERROR: " on; else the last line of standard
+// error; else what the exit status says. Empty for status 0 without an
+// error line.
+std::string toolFailureReason(std::string_view standardOutput, std::string_view standardError,
+                              int status);
+
 }  // namespace velmar::app
 
 #endif  // VELMAR_APP_TOOL_OUTPUT_H_

@@ -16,9 +16,15 @@ void ToolQuery::report(const std::string& text) const {
 }
 
 Value ToolQuery::queryStripperWithArguments(const std::vector<std::string>& arguments) const {
+  return ask(arguments).replies;
+}
+
+ToolReply ToolQuery::ask(const std::vector<std::string>& arguments, const TaskCancel* cancel) const {
+  ToolReply reply;
   std::string standardOutput, standardError;
   int status = RunTask(toolPath_, arguments, std::string(), &standardOutput, &standardError,
-                       verbose_, echo_);
+                       verbose_, echo_, cancel, &reply.cancelled);
+  if (reply.cancelled) return reply;
   if (status != 0) {
     // The exit status is reported as if it were an error number; users and
     // scripts have learnt to read these lines as they are.
@@ -34,13 +40,20 @@ Value ToolQuery::queryStripperWithArguments(const std::vector<std::string>& argu
     if (systemLog_) {
       for (const auto& text : texts) systemLog_(text);
     }
-    return Value();
+    reply.failure = toolFailureReason(standardOutput, standardError, status);
+    return reply;
   }
   std::string error;
   Value lists = PropertyListsFromOutput(standardOutput, &error);
-  if (error.empty()) return lists;
+  if (error.empty()) {
+    reply.replies = std::move(lists);
+    // A tool that answered may still have said why the answer is empty.
+    reply.failure = toolFailureReason(standardOutput, standardError, 0);
+    return reply;
+  }
   report(format("ERROR: velmarbs query failed - cannot decipher output - %s.\n", error));
-  return Value();
+  reply.failure = "velmarbs gave an answer that cannot be read: " + error;
+  return reply;
 }
 
 }  // namespace velmar::app

@@ -18,6 +18,15 @@
 
 namespace velmar::app {
 
+// One query's answer with what the front end shows besides the replies.
+struct ToolReply {
+  Value replies;        // as queryStripperWithArguments answers
+  // Why it failed, or why its answer may be empty, in the tool's words
+  // (toolFailureReason); empty when the tool said nothing of the kind.
+  std::string failure;
+  bool cancelled = false;
+};
+
 class ToolQuery {
  public:
   // `log` receives the failure texts as the log window's addString would;
@@ -27,6 +36,9 @@ class ToolQuery {
   // The replies in print order (an array Value), or null when the query
   // failed. Safe to call from any thread as long as the sinks are.
   Value queryStripperWithArguments(const std::vector<std::string>& arguments) const;
+  // The same, stopped when `cancel` is requested; a cancelled query is not
+  // reported as a failure.
+  ToolReply ask(const std::vector<std::string>& arguments, const TaskCancel* cancel = nullptr) const;
 
   const std::string& toolPath() const { return toolPath_; }
   // Echo of the command line and of the tool's output (RunTask's verbose).

@@ -47,6 +47,7 @@ const Value& registeredDefaults() {
 std::vector<std::string> settingKeys() {
   std::vector<std::string> keys = registeredDefaults().dict().keys();
   keys.push_back(kKeepBundleImagesKey);
+  keys.push_back(kVerboseKey);
   return keys;
 }
 

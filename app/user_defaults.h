@@ -38,6 +38,9 @@ inline constexpr char kLogFilePathKey[] = "logFilePath";
 inline constexpr char kMailLogRecipientsKey[] = "mailLogRecipients";
 // Never registered, so it reads false until the user sets it.
 inline constexpr char kKeepBundleImagesKey[] = "keepBundleImages";
+// The window's verbose switch: the tool's log and the engine's findings
+// reach the log. Not registered either: quiet unless the user turns it on.
+inline constexpr char kVerboseKey[] = "verbose";
 
 // The log file's place when XDG_STATE_HOME is unset: the per-user state
 // folder of the XDG base directories, which is where Linux keeps logs that
@@ -59,7 +62,7 @@ std::string defaultLogFilePath();
 const Value& registeredDefaults();
 
 // The keys the window changes (the bindable ones): the registered keys
-// followed by `keepBundleImages`.
+// followed by `keepBundleImages` and `verbose`.
 std::vector<std::string> settingKeys();
 
 class UserDefaults {

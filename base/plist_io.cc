@@ -1,160 +1,25 @@
 #include "base/plist_io.h"
 
-#include <plist/plist.h>
 #include <sys/stat.h>
 
-#include <cstdlib>
+#include <cstring>
 #include <limits>
-#include <memory>
 
 #include "base/file_bytes.h"
+#include "base/plist_readers.h"
 
 namespace velmar {
 
 namespace {
 
-struct PlistDeleter {
-  void operator()(plist_t p) const {
-    if (p) plist_free(p);
-  }
-};
-using PlistPtr = std::unique_ptr<void, PlistDeleter>;
-
-Value fromNode(plist_t node, int depth);
-
-constexpr int kMaxDepth = 512;  // hostile files must not exhaust the stack
-
-Value fromNode(plist_t node, int depth) {
-  if (!node || depth > kMaxDepth) return Value();
-  switch (plist_get_node_type(node)) {
-    case PLIST_BOOLEAN: {
-      uint8_t b = 0;
-      plist_get_bool_val(node, &b);
-      return Value(b != 0);
-    }
-    case PLIST_UINT: {
-      uint64_t u = 0;
-      plist_get_uint_val(node, &u);
-      return Value(static_cast<long long>(u));
-    }
-    case PLIST_REAL: {
-      double d = 0;
-      plist_get_real_val(node, &d);
-      return Value(d);
-    }
-    case PLIST_STRING: {
-      uint64_t len = 0;
-      const char* p = plist_get_string_ptr(node, &len);
-      return Value(std::string(p ? p : "", p ? len : 0));
-    }
-    case PLIST_DATA: {
-      uint64_t len = 0;
-      const char* p = plist_get_data_ptr(node, &len);
-      return Value::makeData(std::string(p ? p : "", p ? len : 0));
-    }
-    case PLIST_DATE: {
-      int32_t sec = 0, usec = 0;
-      plist_get_date_val(node, &sec, &usec);
-      return Value(Date{sec + usec / 1e6});
-    }
-    case PLIST_UID: {
-      uint64_t u = 0;
-      plist_get_uid_val(node, &u);
-      return Value(static_cast<long long>(u));
-    }
-    case PLIST_ARRAY: {
-      Array a;
-      uint32_t n = plist_array_get_size(node);
-      a.reserve(n);
-      for (uint32_t i = 0; i < n; ++i) {
-        Value item = fromNode(plist_array_get_item(node, i), depth + 1);
-        if (!item.isNull()) a.push_back(std::move(item));
-      }
-      return Value(std::move(a));
-    }
-    case PLIST_DICT: {
-      Dict d;
-      plist_dict_iter it = nullptr;
-      plist_dict_new_iter(node, &it);
-      if (!it) return Value(std::move(d));
-      while (true) {
-        char* key = nullptr;
-        plist_t val = nullptr;
-        plist_dict_next_item(node, it, &key, &val);
-        if (!val) {
-          free(key);
-          break;
-        }
-        Value item = fromNode(val, depth + 1);
-        if (key && !item.isNull()) d.set(key, std::move(item));
-        free(key);
-      }
-      free(it);
-      return Value(std::move(d));
-    }
-    default:
-      return Value();
-  }
-}
-
-plist_t toNode(const Value& v) {
-  switch (v.type()) {
-    case Value::Type::Null: return nullptr;
-    case Value::Type::Bool: return plist_new_bool(v.boolValue() ? 1 : 0);
-    case Value::Type::Integer: return plist_new_uint(static_cast<uint64_t>(v.intValue()));
-    case Value::Type::Real: return plist_new_real(v.realValue());
-    case Value::Type::String: return plist_new_string(v.str().c_str());
-    case Value::Type::Date: {
-      double s = v.dateValue().seconds;
-      auto sec = static_cast<int32_t>(s);
-      auto usec = static_cast<int32_t>((s - sec) * 1e6);
-      return plist_new_date(sec, usec);
-    }
-    case Value::Type::Data: {
-      const std::string& b = v.dataValue().bytes;
-      return plist_new_data(b.data(), b.size());
-    }
-    case Value::Type::Array:
-    case Value::Type::Set: {
-      plist_t a = plist_new_array();
-      auto add = [&](const Value& item) {
-        if (plist_t n = toNode(item)) plist_array_append_item(a, n);
-      };
-      if (v.isSet()) {
-        for (const Value& item : v.setItems()) add(item);
-      } else {
-        for (const Value& item : v.arr()) add(item);
-      }
-      return a;
-    }
-    case Value::Type::Dict: {
-      plist_t d = plist_new_dict();
-      for (const auto& [k, item] : v.dict())
-        if (plist_t n = toNode(item)) plist_dict_set_item(d, k.c_str(), n);
-      return d;
-    }
-  }
-  return nullptr;
-}
-
-PlistPtr rootNode(const Value& v) {
-  plist_t n = toNode(v);
-  return PlistPtr(n ? n : plist_new_dict());
-}
+bool isBinaryPropertyList(std::string_view bytes) { return bytes.substr(0, 8) == "bplist00"; }
 
 }  // namespace
 
 Value parsePropertyList(std::string_view bytes) {
   if (bytes.empty() || bytes.size() > std::numeric_limits<uint32_t>::max()) return Value();
-  plist_t root = nullptr;
-  auto len = static_cast<uint32_t>(bytes.size());
-  if (plist_is_binary(bytes.data(), len)) {
-    plist_from_bin(bytes.data(), len, &root);
-  } else {
-    plist_from_xml(bytes.data(), len, &root);
-  }
-  PlistPtr owner(root);
-  return fromNode(root, 0);
+  if (isBinaryPropertyList(bytes)) return parseBinaryPropertyList(bytes);
+  return parseXmlPropertyList(bytes);
 }
 
 Value readPropertyListFile(const std::string& path) {
@@ -163,27 +28,10 @@ Value readPropertyListFile(const std::string& path) {
   if (static_cast<uint64_t>(st.st_size) > kMaxPropertyListFileSize) return Value();
   std::string bytes;
   if (readFileBytes(path, &bytes) != 0) return Value();
-  return parsePropertyList(bytes);
-}
-
-std::string toXml(const Value& v) {
-  PlistPtr root = rootNode(v);
-  char* xml = nullptr;
-  uint32_t len = 0;
-  plist_to_xml(root.get(), &xml, &len);
-  std::string out(xml ? xml : "", xml ? len : 0);
-  if (xml) plist_to_xml_free(xml);
-  return out;
-}
-
-std::string toBinary(const Value& v) {
-  PlistPtr root = rootNode(v);
-  char* bin = nullptr;
-  uint32_t len = 0;
-  plist_to_bin(root.get(), &bin, &len);
-  std::string out(bin ? bin : "", bin ? len : 0);
-  if (bin) plist_to_bin_free(bin);
-  return out;
+  if (bytes.empty() || bytes.size() > kMaxPropertyListFileSize) return Value();
+  if (isBinaryPropertyList(bytes)) return parseBinaryPropertyList(bytes);
+  // The file's bytes are ours: parse them where they lie, not in a copy.
+  return parseXmlPropertyListInPlace(bytes);
 }
 
 }  // namespace velmar

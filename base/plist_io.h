@@ -1,4 +1,5 @@
-// Reading and writing property lists (XML and binary) through libplist.
+// Reading and writing property lists, XML and binary. The readers are the
+// project's own (see plist_readers.h); the writers use libplist.
 
 #ifndef VELMAR_BASE_PLIST_IO_H_
 #define VELMAR_BASE_PLIST_IO_H_

@@ -1,18 +1,28 @@
 #include "base/value.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <ctime>
-#include <variant>
 
 
 namespace velmar {
 
-struct Value::Node {
-  std::variant<bool, int64_t, double, std::string, velmar::Date, velmar::Data,
-               velmar::Array, Value::SetStorage, velmar::Dict>
-      v;
+template <class T>
+struct Value::Holder : Value::Node {
+  Holder(Type t, T payload) : Node(t), v(std::move(payload)) {}
+  T v;
 };
+
+template <class T>
+Value::Node* Value::make(Type t, T payload) {
+  return new Holder<T>(t, std::move(payload));
+}
+
+template <class T>
+const T& Value::as() const {
+  return static_cast<const Holder<T>*>(node_)->v;
+}
 
 namespace {
 
@@ -24,17 +34,38 @@ const Data kEmptyData;
 
 }  // namespace
 
-Value::Value(bool b) : node_(std::make_shared<Node>(Node{b})) {}
-Value::Value(long long i) : node_(std::make_shared<Node>(Node{static_cast<int64_t>(i)})) {}
-Value::Value(double d) : node_(std::make_shared<Node>(Node{d})) {}
-Value::Value(const char* s)
-    : node_(s ? std::make_shared<Node>(Node{std::string(s)}) : nullptr) {}
-Value::Value(std::string s) : node_(std::make_shared<Node>(Node{std::move(s)})) {}
-Value::Value(velmar::Data d) : node_(std::make_shared<Node>(Node{std::move(d)})) {}
-Value::Value(velmar::Date d) : node_(std::make_shared<Node>(Node{d})) {}
-Value::Value(velmar::Array a) : node_(std::make_shared<Node>(Node{std::move(a)})) {}
-Value::Value(SetStorage s) : node_(std::make_shared<Node>(Node{std::move(s)})) {}
-Value::Value(velmar::Dict d) : node_(std::make_shared<Node>(Node{std::move(d)})) {}
+void Value::destroy(Node* n) {
+  switch (n->type) {
+    case Type::Null: break;
+    case Type::Bool: delete static_cast<Holder<bool>*>(n); break;
+    case Type::Integer: delete static_cast<Holder<int64_t>*>(n); break;
+    case Type::Real: delete static_cast<Holder<double>*>(n); break;
+    case Type::String: delete static_cast<Holder<std::string>*>(n); break;
+    case Type::Date: delete static_cast<Holder<velmar::Date>*>(n); break;
+    case Type::Data: delete static_cast<Holder<velmar::Data>*>(n); break;
+    case Type::Array: delete static_cast<Holder<velmar::Array>*>(n); break;
+    case Type::Set: delete static_cast<Holder<SetStorage>*>(n); break;
+    case Type::Dict: delete static_cast<Holder<velmar::Dict>*>(n); break;
+  }
+}
+
+Value::Value(bool b) {
+  // Two shared nodes, made once and never freed: a manifest's many
+  // booleans cost a pointer each.
+  static Node* const kTrue = make(Type::Bool, true);
+  static Node* const kFalse = make(Type::Bool, false);
+  node_ = b ? kTrue : kFalse;
+  retain(node_);
+}
+Value::Value(long long i) : node_(make(Type::Integer, static_cast<int64_t>(i))) {}
+Value::Value(double d) : node_(make(Type::Real, d)) {}
+Value::Value(const char* s) : node_(s ? make(Type::String, std::string(s)) : nullptr) {}
+Value::Value(std::string s) : node_(make(Type::String, std::move(s))) {}
+Value::Value(velmar::Data d) : node_(make(Type::Data, std::move(d))) {}
+Value::Value(velmar::Date d) : node_(make(Type::Date, d)) {}
+Value::Value(velmar::Array a) : node_(make(Type::Array, std::move(a))) {}
+Value::Value(SetStorage s) : node_(make(Type::Set, std::move(s))) {}
+Value::Value(velmar::Dict d) : node_(make(Type::Dict, std::move(d))) {}
 
 Value Value::makeArray(std::initializer_list<Value> items) { return Value(velmar::Array(items)); }
 
@@ -51,21 +82,6 @@ Value Value::stringArray(const std::vector<std::string>& items) {
   return Value(std::move(a));
 }
 
-Value::Type Value::type() const {
-  if (!node_) return Type::Null;
-  switch (node_->v.index()) {
-    case 0: return Type::Bool;
-    case 1: return Type::Integer;
-    case 2: return Type::Real;
-    case 3: return Type::String;
-    case 4: return Type::Date;
-    case 5: return Type::Data;
-    case 6: return Type::Array;
-    case 7: return Type::Set;
-    default: return Type::Dict;
-  }
-}
-
 bool Value::isNumber() const {
   Type t = type();
   return t == Type::Bool || t == Type::Integer || t == Type::Real;
@@ -73,19 +89,19 @@ bool Value::isNumber() const {
 
 bool Value::boolValue() const {
   switch (type()) {
-    case Type::Bool: return std::get<bool>(node_->v);
-    case Type::Integer: return std::get<int64_t>(node_->v) != 0;
-    case Type::Real: return std::get<double>(node_->v) != 0.0;
+    case Type::Bool: return as<bool>();
+    case Type::Integer: return as<int64_t>() != 0;
+    case Type::Real: return as<double>() != 0.0;
     default: return false;
   }
 }
 
 int64_t Value::intValue() const {
   switch (type()) {
-    case Type::Bool: return std::get<bool>(node_->v) ? 1 : 0;
-    case Type::Integer: return std::get<int64_t>(node_->v);
+    case Type::Bool: return as<bool>() ? 1 : 0;
+    case Type::Integer: return as<int64_t>();
     case Type::Real: {
-      double d = std::get<double>(node_->v);
+      double d = as<double>();
       if (std::isnan(d)) return 0;
       if (d >= 9.2e18) return INT64_MAX;
       if (d <= -9.2e18) return INT64_MIN;
@@ -97,57 +113,66 @@ int64_t Value::intValue() const {
 
 double Value::realValue() const {
   switch (type()) {
-    case Type::Bool: return std::get<bool>(node_->v) ? 1.0 : 0.0;
-    case Type::Integer: return static_cast<double>(std::get<int64_t>(node_->v));
-    case Type::Real: return std::get<double>(node_->v);
+    case Type::Bool: return as<bool>() ? 1.0 : 0.0;
+    case Type::Integer: return static_cast<double>(as<int64_t>());
+    case Type::Real: return as<double>();
     default: return 0.0;
   }
 }
 
 const std::string& Value::str() const& {
-  return isString() ? std::get<std::string>(node_->v) : kEmptyString;
+  return isString() ? as<std::string>() : kEmptyString;
 }
 
 const Data& Value::dataValue() const& {
-  return isData() ? std::get<velmar::Data>(node_->v) : kEmptyData;
+  return isData() ? as<velmar::Data>() : kEmptyData;
 }
 
 Date Value::dateValue() const {
-  return isDate() ? std::get<velmar::Date>(node_->v) : velmar::Date{};
+  return isDate() ? as<velmar::Date>() : velmar::Date{};
 }
 
 const Array& Value::arr() const& {
-  return isArray() ? std::get<velmar::Array>(node_->v) : kEmptyArray;
+  return isArray() ? as<velmar::Array>() : kEmptyArray;
 }
 
 const Value::SetStorage& Value::setItems() const& {
-  return isSet() ? std::get<SetStorage>(node_->v) : kEmptySet;
+  return isSet() ? as<SetStorage>() : kEmptySet;
 }
 
 const Dict& Value::dict() const& {
-  return isDict() ? std::get<velmar::Dict>(node_->v) : kEmptyDict;
+  return isDict() ? as<velmar::Dict>() : kEmptyDict;
 }
 
-Value::Node& Value::mutableNode() {
+Value::Node* Value::mutableNode() {
   // Copy-on-write: a shared node is cloned one level deep. Its children are
   // Values themselves and stay shared until they are written to.
-  if (node_.use_count() > 1) node_ = std::make_shared<Node>(*node_);
-  return *node_;
+  if (node_->refs.load(std::memory_order_acquire) == 1) return node_;
+  Node* copy = nullptr;
+  switch (node_->type) {
+    case Type::Array: copy = make(Type::Array, as<velmar::Array>()); break;
+    case Type::Set: copy = make(Type::Set, as<SetStorage>()); break;
+    case Type::Dict: copy = make(Type::Dict, as<velmar::Dict>()); break;
+    default: return node_;  // scalars are never written in place
+  }
+  release(node_);
+  node_ = copy;
+  return node_;
 }
 
 Array& Value::arrMut() {
   if (!isArray()) *this = Value(velmar::Array());
-  return std::get<velmar::Array>(mutableNode().v);
+  return static_cast<Holder<velmar::Array>*>(mutableNode())->v;
 }
 
 Value::SetStorage& Value::setMut() {
   if (!isSet()) *this = Value(SetStorage());
-  return std::get<SetStorage>(mutableNode().v);
+  return static_cast<Holder<SetStorage>*>(mutableNode())->v;
 }
 
 Dict& Value::dictMut() {
   if (!isDict()) *this = Value(velmar::Dict());
-  return std::get<velmar::Dict>(mutableNode().v);
+  return static_cast<Holder<velmar::Dict>*>(mutableNode())->v;
 }
 
 Value Value::get(std::string_view key) const { return dict().get(key); }
@@ -286,7 +311,15 @@ bool Value::operator==(const Value& other) const {
     return intValue() == other.intValue();
   }
   if (a != b || a == Type::Null) return a == b;
-  return node_->v == other.node_->v;
+  switch (a) {
+    case Type::String: return as<std::string>() == other.as<std::string>();
+    case Type::Date: return as<velmar::Date>() == other.as<velmar::Date>();
+    case Type::Data: return as<velmar::Data>() == other.as<velmar::Data>();
+    case Type::Array: return as<velmar::Array>() == other.as<velmar::Array>();
+    case Type::Set: return as<SetStorage>() == other.as<SetStorage>();
+    case Type::Dict: return as<velmar::Dict>() == other.as<velmar::Dict>();
+    default: return false;  // numbers are handled above
+  }
 }
 
 namespace {
@@ -351,14 +384,19 @@ int Value::compare(const Value& a, const Value& b) {
     case Type::Array: return compareSequences(a.arr(), b.arr());
     case Type::Set: return compareSequences(a.setItems(), b.setItems());
     case Type::Dict: {
-      if (a == b) return 0;
+      // Key order is how the file was written, not part of the value (==
+      // ignores it too), so dictionaries compare in key order: by size, then
+      // entry by entry by key and value.
       const Dict& x = a.dict();
       const Dict& y = b.dict();
       if (x.size() != y.size()) return x.size() < y.size() ? -1 : 1;
-      auto ix = x.begin(), iy = y.begin();
-      for (; ix != x.end(); ++ix, ++iy) {
-        if (int c = ix->first.compare(iy->first)) return c < 0 ? -1 : 1;
-        if (int c = Value::compare(ix->second, iy->second)) return c;
+      const std::vector<uint32_t> px = x.positionsByKey(), py = y.positionsByKey();
+      auto ex = x.begin(), ey = y.begin();
+      for (size_t i = 0; i < px.size(); ++i) {
+        const Dict::Entry& u = ex[px[i]];
+        const Dict::Entry& w = ey[py[i]];
+        if (int c = u.first.compare(w.first)) return c < 0 ? -1 : 1;
+        if (int c = Value::compare(u.second, w.second)) return c;
       }
       return 0;
     }
@@ -376,10 +414,16 @@ Dict::Dict(std::initializer_list<Entry> entries) {
   for (const auto& e : entries) set(e.first, e.second);
 }
 
+std::vector<uint32_t>::const_iterator Dict::indexSlot(std::string_view key) const {
+  return std::lower_bound(index_.begin(), index_.end(), key,
+                          [this](uint32_t pos, std::string_view k) { return entries_[pos].first < k; });
+}
+
 const Value* Dict::find(std::string_view key) const {
   if (!index_.empty()) {
-    auto it = index_.find(key);
-    return it == index_.end() ? nullptr : &entries_[it->second].second;
+    auto it = indexSlot(key);
+    if (it == index_.end() || entries_[*it].first != key) return nullptr;
+    return &entries_[*it].second;
   }
   for (const auto& e : entries_)
     if (e.first == key) return &e.second;
@@ -400,12 +444,14 @@ void Dict::set(std::string key, Value v) {
     *existing = std::move(v);
     return;
   }
-  entries_.emplace_back(std::move(key), std::move(v));
   if (!index_.empty()) {
-    index_.emplace(entries_.back().first, entries_.size() - 1);
-  } else if (entries_.size() > kIndexThreshold) {
-    rebuildIndex();
+    auto slot = index_.begin() + (indexSlot(key) - index_.cbegin());
+    index_.insert(slot, static_cast<uint32_t>(entries_.size()));
+    entries_.emplace_back(std::move(key), std::move(v));
+    return;
   }
+  entries_.emplace_back(std::move(key), std::move(v));
+  if (entries_.size() > kIndexThreshold) rebuildIndex();
 }
 
 bool Dict::remove(std::string_view key) {
@@ -419,6 +465,12 @@ bool Dict::remove(std::string_view key) {
   return false;
 }
 
+Value& Dict::slot(std::string_view key) {
+  if (Value* found = find(key)) return *found;
+  set(std::string(key), Value());
+  return *find(key);
+}
+
 std::vector<std::string> Dict::keys() const {
   std::vector<std::string> out;
   out.reserve(entries_.size());
@@ -426,10 +478,22 @@ std::vector<std::string> Dict::keys() const {
   return out;
 }
 
+std::vector<uint32_t> Dict::positionsByKey() const {
+  if (!index_.empty()) return index_;
+  std::vector<uint32_t> order(entries_.size());
+  for (uint32_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::sort(order.begin(), order.end(),
+            [this](uint32_t x, uint32_t y) { return entries_[x].first < entries_[y].first; });
+  return order;
+}
+
 void Dict::rebuildIndex() {
-  index_.clear();
-  index_.reserve(entries_.size());
-  for (size_t i = 0; i < entries_.size(); ++i) index_.emplace(entries_[i].first, i);
+  index_ = {};
+  std::vector<uint32_t> order(entries_.size());
+  for (uint32_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::sort(order.begin(), order.end(),
+            [this](uint32_t x, uint32_t y) { return entries_[x].first < entries_[y].first; });
+  index_ = std::move(order);
 }
 
 bool Dict::operator==(const Dict& other) const {

@@ -14,6 +14,8 @@
 #define VELMAR_ENGINE_STRIPPER_H_
 
 #include <cstdint>
+#include <functional>
+#include <type_traits>
 #include <initializer_list>
 #include <memory>
 #include <optional>
@@ -86,14 +88,31 @@ class Stripper {
   bool verbose_ = false;
 };
 
-// The steps an engine can run from its work list, by their selector text.
+// The steps an engine can run from its work list, by their selector text: a
+// member of the engine, or a plain function of anything the engine is (the
+// shared support steps take the engine as their host), so an engine needs no
+// forwarding member per shared step.
 template <class Engine>
 class StepTable {
  public:
-  using Step = int32_t (Engine::*)(Value& entry);
+  using Step = std::function<int32_t(Engine&, Value&)>;
 
-  StepTable(std::initializer_list<std::pair<std::string_view, Step>> steps)
-      : steps_(steps.begin(), steps.end()) {}
+  struct Row {
+    Row(std::string_view selector, int32_t (Engine::*member)(Value&))
+        : selector(selector), step(member) {}
+    template <class Base>
+      requires std::is_base_of_v<Base, Engine>
+    Row(std::string_view selector, int32_t (*function)(Base&, Value&))
+        : selector(selector), step([function](Engine& engine, Value& entry) {
+            return function(static_cast<Base&>(engine), entry);
+          }) {}
+    std::string_view selector;
+    Step step;
+  };
+
+  StepTable(std::initializer_list<Row> rows) {
+    for (const Row& row : rows) steps_.emplace(row.selector, row.step);
+  }
 
   // Runs the step; an unknown selector logs an error and fails.
   Status perform(Engine& engine, std::string_view selector, Value& entry) const;
@@ -109,7 +128,7 @@ template <class Engine>
 Status StepTable<Engine>::perform(Engine& engine, std::string_view selector, Value& entry) const {
   auto it = steps_.find(selector);
   if (it == steps_.end()) return unknownWorkStep(selector);
-  return (engine.*(it->second))(entry);
+  return it->second(engine, entry);
 }
 
 }  // namespace velmar

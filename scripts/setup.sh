@@ -5,11 +5,13 @@ set -euo pipefail
 
 packages=(
   cmake ninja-build g++ pkg-config   # build
-  libplist-dev                       # property lists, XML and binary
+  libplist-dev                       # writing property lists; the readers' oracle in the tests
+  libpugixml-dev                     # parsing XML property lists
   qt6-base-dev qt6-qpa-plugins       # desktop application: widgets, print support, platforms
   fonts-dejavu-core                  # a fixed-pitch font for the log window
   libgtest-dev libgmock-dev          # tests
   libbenchmark-dev                   # benchmarks
+  python3                            # the factory benchmark compares validate with plistlib
   7zip                               # reading .dmg source bundles
   xorriso                            # writing .dmg target bundles
   xdg-utils                          # handing the log to the desktop's mail composer

@@ -264,6 +264,33 @@ BundleDescription sampleBundle() {
   return d;
 }
 
+BundleDescription legacyBundle(bool withBuildManifest) {
+  BundleDescription d;
+  d.productVersion = "5.1";
+  d.buildVersion = "5B42";
+  ProductRecipe r13 = r13Recipe();
+  r13.apVariants = {"Factory - Shipping Settings", "Factory - Software Download"};
+  r13.devVariants = {"Internal Development"};
+  ProductRecipe r11 = r11Recipe();
+  r11.apVariants = {"Factory - Shipping Settings"};
+  r11.devVariants = {};
+  addProduct(d, r13);
+  addProduct(d, r11);
+  // Older restore property lists also name kernel caches per target.
+  d.restore.kernelCachesByTarget.push_back({"r13", "Release", "kernelcache.release.xr2120x"});
+  d.restore.kernelCachesByTarget.push_back({"r11", "Release", "kernelcache.release.xr2100x"});
+
+  SupportItems& s = d.support;
+  s.debugFiles = {"r13ap.symbols", ".DS_Store"};
+  s.rpkgs = {"r13_5B42.RPKG", "r11_5B42.RPKG"};
+  s.unencryptedImages = {"038-1300-001.dmg"};
+  s.homeDiagnosticTarget = "038-9001-001.dmg";
+  s.restoreToolsTarget = "038-9003-001.dmg";
+  for (const char* path : {".DS_Store", "Restore/.DS_Store"}) d.addFile(path);
+  if (!withBuildManifest) d.omitPath(kBuildManifestPath);
+  return d;
+}
+
 BundleDescription largeBundle(size_t products) {
   BundleDescription d = sampleBundle();
   const ProductRecipe r13 = r13Recipe();

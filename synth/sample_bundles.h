@@ -45,6 +45,16 @@ ProductRecipe r11Recipe();
 // a few housekeeping files.
 BundleDescription sampleBundle();
 
+// An older bundle, as the legacy engine strips it: products r13 (stations
+// shipping settings and software download on r13ap, internal development on
+// r13dev) and r11 (shipping settings on r11ap), whose Restore.plist names the
+// kernel caches by platform and by target, the ramdisks by platform and the
+// system images by target; kernel caches directly in Restore/, all_flash and
+// dfu folders named by device class and type, baseband firmware, the
+// firmware maps and the usual support items. With `withBuildManifest` false
+// the bundle has no Restore/BuildManifest.plist at all.
+BundleDescription legacyBundle(bool withBuildManifest);
+
 // The sample plus `products` synthetic products ("q0000", "q0001", ...) on
 // the built-in processors, each with eight identities of 24 items carrying
 // digests. kLargeBundleProducts products make a build manifest of about 10 MB.

@@ -1,6 +1,7 @@
 #include "tool/engine_choice.h"
 
 #include "engine/log_object.h"
+#include "engine/legacy/stripper2.h"
 #include "engine/manifest/stripper3.h"
 
 namespace velmar::tool {
@@ -33,13 +34,9 @@ EngineChoice chooseEngine(EngineKind kind, BundleView* bundle) {
   bool manifest = kind == EngineKind::Manifest ||
                   (kind == EngineKind::Auto && (!bundle || hasBuildManifest(*bundle)));
   if (manifest) return {engineClassOf<Stripper3>("Stripper3"), ""};
-  // The legacy engine (Stripper2) is not built yet; once it is, this line
-  // becomes: return {engineClassOf<Stripper2>("Stripper2"), ""};
-  return {nullptr,
-          kind == EngineKind::Legacy
-              ? "XXX ERROR: the legacy engine (Stripper2) is not available in this velmarbs."
-              : "XXX ERROR: the bundle has no Restore/BuildManifest.plist and the legacy engine "
-                "(Stripper2) it needs is not available in this velmarbs."};
+  // Every bundle has an engine: one without a build manifest is an older
+  // bundle, which the legacy engine strips from its restore property list.
+  return {engineClassOf<Stripper2>("Stripper2"), ""};
 }
 
 std::unique_ptr<Stripper> createEngine(const ToolRequest& request,

@@ -1,11 +1,15 @@
 #include "app/ui/app_controller.h"
 
+
 #include <QApplication>
 #include <QCoreApplication>
-#include <QFileDialog>
+#include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QPushButton>
+#include <QTimer>
 
+#include "app/help_text.h"
 #include "app/log_text.h"
 #include "app/mail.h"
 #include "app/paths.h"
@@ -16,6 +20,7 @@
 #include "app/ui/log_mailer.h"
 #include "app/ui/main_window.h"
 #include "app/ui/progress_sheet.h"
+#include "app/ui/save_dialog.h"
 #include "app/ui/settings_store.h"
 #include "app/ui/source_dialog.h"
 #include "app/ui/strip_process.h"
@@ -32,8 +37,9 @@ AppController::AppController(SettingsStore& settings, LogController& log, std::s
       toolQuery_(toolPath_, log_.sink(), systemLog),
       window_(std::make_unique<MainWindow>(settings_)),
       sheet_(new ProgressSheet(window_.get())),
-      scanner_(std::make_unique<BundleScanner>(
-          [this](const Arguments& arguments) { return toolQuery_.queryStripperWithArguments(arguments); })),
+      scanner_(std::make_unique<BundleScanner>([this](const Arguments& arguments, const TaskCancel* cancel) {
+        return toolQuery_.ask(arguments, cancel);
+      })),
       stripProcess_(std::make_unique<StripProcess>(log_.sink())),
       mailer_(std::make_unique<LogMailer>(systemLog)) {
   MainWindow* w = window_.get();
@@ -41,8 +47,14 @@ AppController::AppController(SettingsStore& settings, LogController& log, std::s
   connect(w, &MainWindow::sourceEdited, this, [this](const QString& path) {
     settings_.setString(kLastSourceSelectedKey, path.toStdString());
   });
+  connect(w, &MainWindow::sourceEntered, this, &AppController::chooseSourcePath);
+  connect(w, &MainWindow::sourceDropped, this, &AppController::chooseSourcePath);
+  connect(w, &MainWindow::rescanClicked, this, &AppController::rescan);
   connect(w, &MainWindow::stripClicked, this, &AppController::strip);
   connect(w, &MainWindow::validateClicked, this, &AppController::validate);
+  connect(w, &MainWindow::aboutClicked, this, &AppController::showAbout);
+  connect(w, &MainWindow::howToClicked, this, &AppController::showHowTo);
+  connect(w, &MainWindow::closeRequested, this, &AppController::askToQuit);
   connect(w, &MainWindow::logMenuAboutToShow, this, &AppController::updateToggleLogWindowTitle);
   connect(w->toggleLogWindowAction(), &QAction::triggered, this, &AppController::toggleLogWindow);
   connect(w->clearLogAction(), &QAction::triggered, this, &AppController::clearLog);
@@ -60,7 +72,9 @@ AppController::AppController(SettingsStore& settings, LogController& log, std::s
   connect(sheet_, &ProgressSheet::okClicked, this, &AppController::sheetOKClicked);
   connect(sheet_, &ProgressSheet::showLogClicked, this, &AppController::sheetShowLogClicked);
   connect(sheet_, &ProgressSheet::mailLogClicked, this, &AppController::sheetMailLogClicked);
+  connect(sheet_, &ProgressSheet::cancelClicked, this, &AppController::cancelWork);
   connect(scanner_.get(), &BundleScanner::scanned, this, &AppController::scanned);
+  connect(scanner_.get(), &BundleScanner::progress, this, &AppController::scanProgress);
   connect(stripProcess_.get(), &StripProcess::ended, this, &AppController::runEnded);
 }
 
@@ -71,6 +85,8 @@ void AppController::start() {
       QCoreApplication::applicationName().toStdString(), QCoreApplication::applicationVersion().toStdString())));
   log_.setLogFilename(expandTilde(settings_.stringForKey(kLogFilePathKey)));
   log_.readLogFile();
+  verbose_ = settings_.boolForKey(kVerboseKey);
+  toolQuery_.setVerbose(verbose_);
   window_->show();
   window_->raise();
 
@@ -94,6 +110,10 @@ void AppController::setupVariants() {
 }
 
 void AppController::settingChanged(const QString& key) {
+  if (key == kVerboseKey) {
+    verbose_ = settings_.boolForKey(kVerboseKey);
+    toolQuery_.setVerbose(verbose_);
+  }
   if (key == kLastSourceSelectedKey || key == kKeepDevFirmwareKey || key == kKeepAPFirmwareKey) scanBundle();
 }
 
@@ -116,76 +136,169 @@ void AppController::syncFactoryButtons() {
   w->productsBox()->setAllButton()->setEnabled(states.setAllProducts);
   w->stationsBox()->clearAllButton()->setEnabled(states.clearAllVariants);
   w->stationsBox()->setAllButton()->setEnabled(states.setAllVariants);
-  w->stripButton()->setEnabled(states.stripAndValidate);
-  w->validateButton()->setEnabled(states.stripAndValidate);
+  // After a failed or cancelled scan nothing is valid, whatever lists stand.
+  w->productsBox()->setEnabled(scanUsable_);
+  w->stationsBox()->setEnabled(scanUsable_);
+  w->setRunEnabled(states.stripAndValidate && scanUsable_);
 }
 
 void AppController::scanBundle() {
+  if (quitting_) return;
   if (scanner_->isScanning()) {
     // The settings changed under a running scan: ask again with them after it.
     rescanWanted_ = true;
     return;
   }
   UserDefaults defaults = settings_.userDefaults();
+  window_->setBusy(true);
   sheet_->beginBusy(scanningSheetText(sourcePath(defaults)));
   scanner_->start(defaults, model_.validProducts());
 }
 
+void AppController::scanProgress(int number, int count) {
+  if (scanner_->isScanning())
+    sheet_->showProgress(scanProgressText(static_cast<size_t>(number), static_cast<size_t>(count)), number, count);
+}
+
 void AppController::scanned(const ScanResult& result) {
+  if (quitting_) {
+    quitWhenIdle();
+    return;
+  }
+  window_->setBusy(false);
+  const std::string line = scanOutcomeLine(result);
+  window_->showScanProblem(QString::fromStdString(line));
+  if (result.cancelled) {
+    // The lists are half asked: none is used, and the selection stays as it was.
+    rescanWanted_ = false;
+    scanUsable_ = false;
+    log_.addLogString("Scanning cancelled.", true, true);
+    sheet_->showStopped(line);
+    syncFactoryButtons();
+    emit scanFinished();
+    return;
+  }
   sheetOKClicked();
   loadSelection();
   const bool listChanged = result.knownProducts != model_.knownProducts();
   applyScan(model_, result);
   if (listChanged) window_->productsBox()->setNames(model_.knownProducts());
+  scanUsable_ = result.failure.empty();
   storeSelection();
   syncFactoryButtons();
   emit scanFinished();
   if (std::exchange(rescanWanted_, false)) scanBundle();
 }
 
+void AppController::rescan() {
+  if (window_->isBusy() || settings_.stringForKey(kLastSourceSelectedKey).empty()) return;
+  scanBundle();
+}
+
+void AppController::chooseSourcePath(const QString& path) {
+  if (window_->isBusy() || path.isEmpty()) return;
+  if (path.toStdString() == settings_.stringForKey(kLastSourceSelectedKey)) {
+    rescan();
+  } else {
+    settings_.setString(kLastSourceSelectedKey, path.toStdString());  // scanned as it changes
+  }
+}
+
+void AppController::cancelWork() {
+  sheet_->cancelButton()->setEnabled(false);
+  if (scanner_->isScanning()) {
+    scanner_->cancel();
+  } else if (stripProcess_->isRunning()) {
+    stripProcess_->cancel();
+  }
+}
+
+void AppController::askToQuit() {
+  if (quitQuestion_) {
+    quitQuestion_->raise();
+    return;
+  }
+  const bool scanning = scanner_->isScanning();
+  quitQuestion_ = new QMessageBox(QMessageBox::Question, window_->windowTitle(),
+                                  scanning ? tr("A bundle is being scanned. Quit anyway?")
+                                           : tr("velmarbs is still working on the bundle. Quit anyway?"),
+                                  QMessageBox::NoButton, window_.get());
+  quitQuestion_->setInformativeText(scanning ? tr("The scan is stopped.")
+                                             : tr("The run is stopped; a strip leaves nothing behind."));
+  QPushButton* quit = quitQuestion_->addButton(tr("Quit"), QMessageBox::DestructiveRole);
+  quitQuestion_->addButton(tr("Don't Quit"), QMessageBox::RejectRole);
+  quitQuestion_->setDefaultButton(quit);
+  quitQuestion_->setAttribute(Qt::WA_DeleteOnClose);
+  connect(quitQuestion_, &QMessageBox::finished, this, [this, quit] {
+    if (quitQuestion_ && quitQuestion_->clickedButton() == quit) quitNow();
+  });
+  quitQuestion_->open();
+}
+
+void AppController::quitNow() {
+  quitting_ = true;
+  rescanWanted_ = false;
+  scanner_->cancel();
+  stripProcess_->cancel();
+  quitWhenIdle();
+}
+
+void AppController::quitWhenIdle() {
+  if (scanner_->isScanning() || stripProcess_->isRunning()) return;  // its end comes back here
+  sheet_->end();
+  window_->setBusy(false);
+  window_->close();  // remembers where it was, then quits
+}
+
 void AppController::selectSource() {
-  auto* dialog = new SourceDialog(window_.get(), settings_.stringForKey(kLastSourceSelectedKey));
+  if (window_->isBusy() || sourceDialog_) return;
+  sourceDialog_ = new SourceDialog(window_.get(), settings_.stringForKey(kLastSourceSelectedKey));
+  SourceDialog* dialog = sourceDialog_;
   dialog->setAttribute(Qt::WA_DeleteOnClose);
   connect(dialog, &QDialog::accepted, this, [this, dialog] {
-    settings_.setString(kLastSourceSelectedKey, dialog->chosenPath().toStdString());
+    chooseSourcePath(dialog->chosenPath());
   });
   dialog->open();
 }
 
 void AppController::strip() {
+  if (window_->isBusy() || saveDialog_ || !window_->stripButton()->isEnabled()) return;
   loadSelection();
   const std::string name =
-      defaultStripFileName(model_.products(), model_.variants(), sourcePath(settings_.userDefaults()));
+      fittingStripFileName(model_.products(), model_.variants(), sourcePath(settings_.userDefaults()));
   const std::string folder = expandTilde(settings_.stringForKey(kDestinationPathKey));
-  auto* dialog = new QFileDialog(window_.get(), tr("Save the Stripped Bundle"));
+  saveDialog_ = new SaveDialog(window_.get(), QString::fromStdString(folder), QString::fromStdString(name));
+  SaveDialog* dialog = saveDialog_;
   dialog->setAttribute(Qt::WA_DeleteOnClose);
-  dialog->setOption(QFileDialog::DontUseNativeDialog);
-  dialog->setAcceptMode(QFileDialog::AcceptSave);
-  dialog->setFileMode(QFileDialog::AnyFile);
-  dialog->setWindowModality(Qt::WindowModal);
-  dialog->setDirectory(QString::fromStdString(folder));
-  dialog->selectFile(QString::fromStdString(name));
   connect(dialog, &QDialog::accepted, this, [this, dialog] {
-    const QStringList chosen = dialog->selectedFiles();
-    if (chosen.isEmpty()) return;
-    const std::string path = chosen.first().toStdString();
+    const std::string path = dialog->chosenPath().toStdString();
+    if (path.empty()) return;
     settings_.setString(kDestinationPathKey, parentFolder(path));
     startStripProcess(path);
   });
   dialog->open();
 }
 
-void AppController::validate() { startStripProcess(std::string()); }
+void AppController::validate() {
+  if (window_->isBusy() || !window_->validateButton()->isEnabled()) return;
+  startStripProcess(std::string());
+}
 
 void AppController::startStripProcess(const std::string& destinationPath) {
-  if (stripProcess_->isRunning()) return;
+  if (stripProcess_->isRunning() || quitting_) return;
   UserDefaults defaults = settings_.userDefaults();
   const std::string source = sourcePath(defaults);
+  window_->setBusy(true);
   sheet_->beginBusy(processingSheetText(source));
   stripProcess_->start(toolPath_, stripArguments(defaults, destinationPath, verbose_), source);
 }
 
 void AppController::runEnded(const RunEnd& end) {
+  if (quitting_) {
+    quitWhenIdle();
+    return;
+  }
+  window_->setBusy(false);
   sheet_->showEnded(end.sheetText);
   QApplication::beep();
   emit runFinished(end.finished);
@@ -260,6 +373,41 @@ void AppController::updateToggleLogWindowTitle() {
 
 void AppController::clearLog() { log_.clearLog(); }
 
-void AppController::applicationWillTerminate() { log_.writeLogFile(); }
+void AppController::showAbout() {
+  if (aboutBox_) {
+    aboutBox_->raise();
+    return;
+  }
+  std::string versionOutput;
+  RunTask(toolPath_, {"--version"}, std::string(), &versionOutput, nullptr, false);
+  const std::string text =
+      aboutText(QCoreApplication::applicationName().toStdString(), QCoreApplication::applicationVersion().toStdString(),
+                toolVersionFromOutput(versionOutput), toolPath_, log_.logFilename());
+  aboutBox_ = new QMessageBox(QMessageBox::Information, tr("About VelmarBS"), QString::fromStdString(text),
+                              QMessageBox::Ok, window_.get());
+  aboutBox_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+  aboutBox_->setAttribute(Qt::WA_DeleteOnClose);
+  aboutBox_->open();
+}
+
+void AppController::showHowTo() {
+  if (howToBox_) {
+    howToBox_->raise();
+    return;
+  }
+  howToBox_ = new QMessageBox(QMessageBox::NoIcon, tr("How to Use VelmarBS"), QString::fromStdString(howToText()),
+                              QMessageBox::Ok, window_.get());
+  howToBox_->setTextFormat(Qt::RichText);
+  howToBox_->setWindowModality(Qt::NonModal);
+  howToBox_->setAttribute(Qt::WA_DeleteOnClose);
+  howToBox_->show();
+}
+
+void AppController::applicationWillTerminate() {
+  // However the application ends, no tool is left running.
+  scanner_->stopAndWait();
+  stripProcess_->stopAndWait();
+  log_.writeLogFile();
+}
 
 }  // namespace velmar::app

@@ -8,7 +8,9 @@
 #ifndef VELMAR_APP_UI_APP_CONTROLLER_H_
 #define VELMAR_APP_UI_APP_CONTROLLER_H_
 
+#include <QMessageBox>
 #include <QObject>
+#include <QPointer>
 #include <memory>
 #include <string>
 
@@ -17,6 +19,8 @@
 #include "app/strip_run.h"
 #include "app/system_log.h"
 #include "app/tool_query.h"
+#include "app/ui/save_dialog.h"
+#include "app/ui/source_dialog.h"
 
 namespace velmar::app {
 
@@ -43,6 +47,18 @@ class AppController : public QObject {
 
   // Actions.
   void selectSource();
+  // Scans the current source again, without the dialog.
+  void rescan();
+  // A path typed (Enter) or dropped: chosen, or scanned again when it is
+  // the current source already.
+  void chooseSourcePath(const QString& path);
+  // Cancel on the sheet: stops the scan or the run.
+  void cancelWork();
+  // The close box or Quit while a scan or run goes on: asks once, then
+  // stops the tool and quits.
+  void askToQuit();
+  void showAbout();
+  void showHowTo();
   void strip();
   void validate();
   // A strip run into `destinationPath`, or a validate run when it is empty.
@@ -63,13 +79,22 @@ class AppController : public QObject {
   void scanBundle();
   // Check boxes and buttons from the model.
   void syncFactoryButtons();
-  // Quit: the log file to disk.
+  // Quit: no tool left running, the log file to disk.
   void applicationWillTerminate();
 
   MainWindow* window() const { return window_.get(); }
   ProgressSheet* sheet() const { return sheet_; }
   LogMailer* mailer() const { return mailer_.get(); }
   const SelectionModel& model() const { return model_; }
+  BundleScanner* scanner() const { return scanner_.get(); }
+  StripProcess* stripProcess() const { return stripProcess_.get(); }
+  // The dialogs and questions while they are up, else null.
+  SourceDialog* sourceDialog() const { return sourceDialog_; }
+  SaveDialog* saveDialog() const { return saveDialog_; }
+  QMessageBox* quitQuestion() const { return quitQuestion_; }
+  QMessageBox* aboutBox() const { return aboutBox_; }
+  QMessageBox* howToBox() const { return howToBox_; }
+  bool isQuitting() const { return quitting_; }
   // The command line and output of the last run (stripperSessionOutput).
   std::string stripperSessionOutput() const;
 
@@ -83,7 +108,10 @@ class AppController : public QObject {
   void setupProducts();
   void setupVariants();
   void scanned(const ScanResult& result);
+  void scanProgress(int number, int count);
   void runEnded(const RunEnd& end);
+  void quitNow();
+  void quitWhenIdle();
   void loadSelection();
   void storeSelection();
   void settingChanged(const QString& key);
@@ -96,6 +124,15 @@ class AppController : public QObject {
   SelectionModel model_;
   bool verbose_ = false;
   bool rescanWanted_ = false;
+  // False after a scan that failed or was cancelled: nothing is offered
+  // until a scan succeeds.
+  bool scanUsable_ = true;
+  bool quitting_ = false;
+  QPointer<SourceDialog> sourceDialog_;
+  QPointer<SaveDialog> saveDialog_;
+  QPointer<QMessageBox> quitQuestion_;
+  QPointer<QMessageBox> aboutBox_;
+  QPointer<QMessageBox> howToBox_;
   std::unique_ptr<MainWindow> window_;
   ProgressSheet* sheet_;  // owned by the window
   // Declared after what they use, so a running scan is waited for before

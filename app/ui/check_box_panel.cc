@@ -13,6 +13,9 @@ CheckBoxPanel::CheckBoxPanel(const QString& title, const GridConstants& grid, bo
       setAllButton_(new QPushButton(tr("Set All"), this)),
       clearAllButton_(new QPushButton(tr("Clear All"), this)) {
   setFixedSize(width, static_cast<int>(kRoomAbove + grid.rowPitch + kRoomBelow));
+  setAccessibleName(title);
+  setAllButton_->setAccessibleName(tr("Set all %1").arg(title.toLower()));
+  clearAllButton_->setAccessibleName(tr("Clear all %1").arg(title.toLower()));
   placeButtons();
 }
 
@@ -48,11 +51,13 @@ void CheckBoxPanel::setNames(const NameList& names) {
     checkBox->setGeometry(static_cast<int>(f.x), static_cast<int>(boxHeight - f.y - f.height),
                           static_cast<int>(f.width), static_cast<int>(f.height));
     checkBox->setEnabled(false);
+    checkBox->setAccessibleName(title() + QStringLiteral(": ") + checkBox->text());
     connect(checkBox, &QCheckBox::clicked, this, [this, tag](bool on) { emit hit(static_cast<int>(tag), on); });
     checkBox->show();
     checkBoxes_.push_back(checkBox);
   }
   placeButtons();
+  emit namesChanged();
 }
 
 void CheckBoxPanel::showStates(const std::vector<CheckBoxState>& states) {

@@ -42,6 +42,8 @@ class CheckBoxPanel : public QGroupBox {
  signals:
   // The user clicked the check box with this tag.
   void hit(int tag, bool on);
+  // setNames has made new check boxes.
+  void namesChanged();
 
  protected:
   void resizeEvent(QResizeEvent* event) override;

@@ -1,12 +1,16 @@
 // ScreenshotTour: the --screenshot mode that makes the README's pictures.
-// It chooses a bundle as the user would, waits for the scan, saves the main
-// window, runs Validate, shows the log window, saves it, and quits.
+// It chooses a bundle as the user would and saves the window with the scan
+// sheet up while the scan runs, then the main window once it is done; runs
+// Validate and saves the log window; then chooses a folder that is not a
+// bundle, saves the window with its failed-scan line, and quits.
 
 #ifndef VELMAR_APP_UI_SCREENSHOT_TOUR_H_
 #define VELMAR_APP_UI_SCREENSHOT_TOUR_H_
 
 #include <QObject>
 #include <QString>
+
+class QImage;
 
 namespace velmar::app {
 
@@ -24,9 +28,13 @@ class ScreenshotTour : public QObject {
   void start();
 
  private:
+  void saveScanInProgress();
   void saveMainWindow();
   void saveLogWindow();
+  void chooseNonBundle();
+  void saveFailedScan();
   bool save(QWidget* widget, const QString& name);
+  bool save(const QImage& image, const QString& name);
 
   AppController& controller_;
   LogController& log_;

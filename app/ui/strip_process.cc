@@ -1,12 +1,48 @@
 #include "app/ui/strip_process.h"
 
+#include <signal.h>
+#include <unistd.h>
+
 #include <QStringList>
+#include <QTimer>
 
 #include "base/format.h"
 
 namespace velmar::app {
 
-StripProcess::StripProcess(TextSink log, QObject* parent) : QObject(parent), log_(std::move(log)) {}
+StripProcess::StripProcess(TextSink log, QObject* parent)
+    : QObject(parent), log_(std::move(log)), killTimer_(new QTimer(this)) {
+  killTimer_->setSingleShot(true);
+  connect(killTimer_, &QTimer::timeout, this, [this] {
+    if (process_) signalChild(static_cast<pid_t>(process_->processId()), SIGKILL);
+  });
+}
+
+StripProcess::~StripProcess() {
+  // No one is left to hear how it ended.
+  disconnect(this, &StripProcess::ended, nullptr, nullptr);
+  stopAndWait();
+}
+
+qint64 StripProcess::processId() const { return process_ ? process_->processId() : 0; }
+
+void StripProcess::cancel() {
+  if (!process_ || cancelled_) return;
+  cancelled_ = true;
+  signalChild(static_cast<pid_t>(process_->processId()), SIGTERM);
+  killTimer_->start(grace_);
+}
+
+void StripProcess::stopAndWait() {
+  if (!process_) return;
+  cancel();
+  if (!process_->waitForFinished(static_cast<int>(grace_.count()))) {
+    signalChild(static_cast<pid_t>(process_->processId()), SIGKILL);
+    process_->waitForFinished(1000);
+  }
+  // waitForFinished has delivered `finished` (and with it `ended`) unless
+  // the tool could not even be killed.
+}
 
 std::string StripProcess::sessionOutput() const { return run_ ? run_->sessionOutput() : std::string(); }
 
@@ -16,7 +52,10 @@ bool StripProcess::start(const std::string& launchPath, const Arguments& argumen
   run_ = std::make_unique<StripRun>(launchPath, arguments, sourcePath);
   for (const std::string& text : run_->startLogTexts()) log_(text);
 
+  cancelled_ = false;
   process_ = new QProcess(this);
+  // A process group of its own, so that Cancel reaches what the tool runs.
+  process_->setChildProcessModifier([] { ::setpgid(0, 0); });
   process_->setProcessChannelMode(QProcess::MergedChannels);
   process_->setInputChannelMode(QProcess::ManagedInputChannel);
   QStringList words;
@@ -47,10 +86,19 @@ void StripProcess::readOutput() {
 
 void StripProcess::finish(int status) {
   readOutput();  // what the tool printed last, before its end line
+  killTimer_->stop();
   QProcess* process = std::exchange(process_, nullptr);
   process->disconnect(this);
   process->deleteLater();
-  RunEnd end = run_->finish(status);
+  RunEnd end;
+  // A tool that finished just as it was cancelled has done its work.
+  if (std::exchange(cancelled_, false) && status != 0) {
+    // Killed tools leave their staging folder beside the target.
+    if (!run_->target().empty()) removeStagingLeftovers(run_->target());
+    end = run_->cancelled();
+  } else {
+    end = run_->finish(status);
+  }
   log_(end.logText);
   emit ended(end);
 }

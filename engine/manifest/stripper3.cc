@@ -4,6 +4,12 @@
 
 #include "engine/collection_extras.h"
 #include "engine/log_object.h"
+#include "engine/support/common_work.h"
+#include "engine/support/cookie.h"
+#include "engine/support/firmware_maps.h"
+#include "engine/support/folder_scrubs.h"
+#include "engine/support/invisibles.h"
+#include "engine/support/restore_tools.h"
 
 namespace velmar {
 
@@ -16,19 +22,19 @@ const StepTable<Stripper3>& stepTable() {
       {"stripBuildManifest:", &Stripper3::stripBuildManifest},
       {"stripRestorePlist:", &Stripper3::stripRestorePlist},
       {"stripCommonWork:", &Stripper3::stripCommonWork},
-      {"stripRestoreFirmwareDeviceMapDotTxt:", &Stripper3::stripRestoreFirmwareDeviceMapDotTxt},
-      {"stripRestoreFirmwareDeviceMapDotPlist:", &Stripper3::stripRestoreFirmwareDeviceMapDotPlist},
-      {"stripRestoreFirmwareTargetMapDotTxt:", &Stripper3::stripRestoreFirmwareTargetMapDotTxt},
-      {"stripRestoreFirmwarePlatformKeysDotPlist:", &Stripper3::stripRestoreFirmwarePlatformKeysDotPlist},
-      {"stripRPKGs:", &Stripper3::stripRPKGs},
-      {"stripDebugFolder:", &Stripper3::stripDebugFolder},
-      {"stripHomeDiags:", &Stripper3::stripHomeDiags},
-      {"stripSDKs:", &Stripper3::stripSDKs},
-      {"stripBundleImages:", &Stripper3::stripBundleImages},
-      {"stripRestoreTools:", &Stripper3::stripRestoreTools},
-      {"stripFactoryDiskImage:", &Stripper3::stripFactoryDiskImage},
-      {"stripInvisibles:", &Stripper3::stripInvisibles},
-      {"leaveCookie:", &Stripper3::leaveCookie},
+      {"stripRestoreFirmwareDeviceMapDotTxt:", &supportWorkStep<stripRestoreFirmwareDeviceMapDotTxt>},
+      {"stripRestoreFirmwareDeviceMapDotPlist:", &supportWorkStep<stripRestoreFirmwareDeviceMapDotPlist>},
+      {"stripRestoreFirmwareTargetMapDotTxt:", &supportWorkStep<stripRestoreFirmwareTargetMapDotTxt>},
+      {"stripRestoreFirmwarePlatformKeysDotPlist:", &supportWorkStep<stripRestoreFirmwarePlatformKeysDotPlist>},
+      {"stripRPKGs:", &supportWorkStep<stripRPKGs>},
+      {"stripDebugFolder:", &supportWorkStep<stripDebugFolder>},
+      {"stripHomeDiags:", &supportWorkStep<stripHomeDiags>},
+      {"stripSDKs:", &supportWorkStep<stripSDKs>},
+      {"stripBundleImages:", &supportWorkStep<stripBundleImages>},
+      {"stripRestoreTools:", &supportWorkStep<stripRestoreTools>},
+      {"stripFactoryDiskImage:", &supportWorkStep<stripFactoryDiskImage>},
+      {"stripInvisibles:", &supportWorkStep<stripInvisibles>},
+      {"leaveCookie:", &supportWorkStep<leaveCookie>},
   };
   return table;
 }

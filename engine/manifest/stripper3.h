@@ -28,7 +28,7 @@
 
 namespace velmar {
 
-class Stripper3 : public Stripper, private SupportHost {
+class Stripper3 : public Stripper, public SupportHost {
  public:
   // ---- class operations --------------------------------------------------
   static std::unique_ptr<Stripper3> stripperForPath(const std::string& path, const Value& products,
@@ -83,20 +83,9 @@ class Stripper3 : public Stripper, private SupportHost {
   int32_t updateFilelistForUnpersonalizedInstall(Value& entry);
   int32_t stripBuildManifest(Value& entry);
   int32_t stripRestorePlist(Value& entry);
+  // The support sub-steps, in their order. The shared steps themselves
+  // (engine/support) are in the step table by name as well.
   int32_t stripCommonWork(Value& entry);
-  int32_t stripRestoreFirmwareDeviceMapDotTxt(Value& entry);
-  int32_t stripRestoreFirmwareDeviceMapDotPlist(Value& entry);
-  int32_t stripRestoreFirmwareTargetMapDotTxt(Value& entry);
-  int32_t stripRestoreFirmwarePlatformKeysDotPlist(Value& entry);
-  int32_t stripRPKGs(Value& entry);
-  int32_t stripDebugFolder(Value& entry);
-  int32_t stripHomeDiags(Value& entry);
-  int32_t stripSDKs(Value& entry);
-  int32_t stripBundleImages(Value& entry);
-  int32_t stripRestoreTools(Value& entry);
-  int32_t stripFactoryDiskImage(Value& entry);
-  int32_t stripInvisibles(Value& entry);
-  int32_t leaveCookie(Value& entry);
 
   // ---- fields, each readable and writable as its property ----------------
   const std::string& bundleRootPath() const { return bundleRoot_; }
@@ -120,7 +109,7 @@ class Stripper3 : public Stripper, private SupportHost {
 
  private:
   // SupportHost
-  bool legacyMessages() const override { return false; }
+  SupportRequest supportRequest(const Value& entry) const override;
   std::string supportBundleRoot() const override { return bundleRoot_; }
   BundleView& supportBundleView() override { return bundleView(); }
   const Value& supportOptions() const override { return stripOptions_; }

@@ -1,5 +1,6 @@
-// "Strip support files" runs a fixed list of sub-steps, each engine its own,
-// on one copy of the work entry, and stops at the first that fails.
+// "Strip support files" runs a fixed list of shared steps, each engine its
+// own list, on one request read from the entry, and stops at the first that
+// fails.
 
 #ifndef VELMAR_ENGINE_SUPPORT_COMMON_WORK_H_
 #define VELMAR_ENGINE_SUPPORT_COMMON_WORK_H_
@@ -7,22 +8,23 @@
 #include <cstdint>
 #include <initializer_list>
 
+#include "engine/support/support_host.h"
+#include "engine/support/work_entry.h"
 #include "base/value.h"
 
 namespace velmar {
 
+// A shared step: the host it runs on and the request it serves.
+using SupportStep = int32_t (*)(SupportHost& host, const SupportRequest& request);
+
 // Answers the first non-zero status, or the last step's (0 for no steps).
-template <class Engine>
-int32_t runSubsteps(Engine& engine, const Value& entry,
-                    std::initializer_list<int32_t (Engine::*)(Value&)> steps) {
-  // The sub-steps may write to their entry; the work list's stays as built.
-  Value copy = entry;
-  int32_t status = 0;
-  for (auto step : steps) {
-    status = (engine.*step)(copy);
-    if (status != 0) break;
-  }
-  return status;
+int32_t runSupportSteps(SupportHost& host, const Value& entry, std::initializer_list<SupportStep> steps);
+
+// A shared step as a work-list step of an engine, so that an entry may name
+// it directly: the engine reads the entry into its request first.
+template <SupportStep step>
+int32_t supportWorkStep(SupportHost& host, Value& entry) {
+  return step(host, host.supportRequest(entry));
 }
 
 }  // namespace velmar

@@ -68,7 +68,7 @@ Value makeCookie(const Value& options, const std::string& source, const std::vec
   return cookie;
 }
 
-int32_t leaveCookie(SupportHost& host, const Value& entry) {
+int32_t leaveCookie(SupportHost& host, const SupportRequest& request) {
   if (boolForKey(host.supportOptions(), "noCookie")) return 0;
   LogObject::sharedLogger().Log("+++ Oreo's left.  No milk.");
   host.recordModifiedFile(kCookiePath,

@@ -30,7 +30,7 @@ float versionNumber(const Value& version);
 Value makeCookie(const Value& options, const std::string& source, const std::vector<std::string>& arguments);
 
 // Records the cookie unless the noCookie option is set. Answers 0.
-int32_t leaveCookie(SupportHost& host, const Value& entry);
+int32_t leaveCookie(SupportHost& host, const SupportRequest& request);
 
 }  // namespace velmar
 

@@ -7,8 +7,6 @@
 #include "base/file_bytes.h"
 #include "base/format.h"
 #include "engine/log_object.h"
-#include "engine/support/bundle_files.h"
-#include "engine/support/work_entry.h"
 #include "base/utf8.h"
 
 namespace velmar {
@@ -28,9 +26,9 @@ bool equalsAnyIgnoringCase(std::string_view name, const Value& names) {
 
 // Reads a whole file as UTF-8 text. On failure *error says why, in the
 // words a user is shown when a document cannot be opened.
-bool readUtf8Text(BundleView& view, const std::string& path, std::string* text, std::string* error) {
+bool readUtf8Text(SupportHost& host, const std::string& path, std::string* text, std::string* error) {
   const std::string name(lastPathComponent(path));
-  const int err = view.readFile(path, kMaxMapTextBytes, text);
+  const int err = host.readBundleFile(path, kMaxMapTextBytes, text);
   if (err == EACCES || err == EPERM) {
     *error = format(
         "The file \u201c%@\u201d couldn\u2019t be opened because you don\u2019t have "
@@ -52,11 +50,11 @@ bool readUtf8Text(BundleView& view, const std::string& path, std::string* text, 
 
 // The found and not-found lines every map step logs; the legacy engine also
 // logs what it dropped, between the two.
-void reportMapOutcome(const SupportHost& host, std::string_view shortName, const MapFilterResult& result,
+void reportMapOutcome(const SupportRequest& request, std::string_view shortName, const MapFilterResult& result,
                       const std::string& notFoundWarning) {
   LogObject& log = LogObject::sharedLogger();
   if (result.found.count() > 0) log.Log("+++ %@ found %@.", shortName, niceDescription(result.found));
-  if (host.legacyMessages() && result.dropped.count() > 0)
+  if (request.reportScrubs && result.dropped.count() > 0)
     log.Log("--- %@ scrub %@.", shortName, niceDescription(result.dropped));
   if (result.found.count() == 0) log.LogMessage(notFoundWarning, false);
 }
@@ -69,21 +67,21 @@ struct MapTextFile {
   MapRowLabel label;
 };
 
-int32_t stripMapText(SupportHost& host, const MapTextFile& file, const Value& names) {
+int32_t stripMapText(SupportHost& host, const SupportRequest& request, const MapTextFile& file,
+                     const Value& names) {
   LogObject& log = LogObject::sharedLogger();
-  BundleView& root = host.supportBundleView();
-  if (!existsInBundle(root, file.path)) {
+  if (!host.bundleFileExists(file.path)) {
     log.Log(file.missingWarning);
     return 0;
   }
   std::string text;
   std::string error;
-  if (!readUtf8Text(root, file.path, &text, &error)) {
+  if (!readUtf8Text(host, file.path, &text, &error)) {
     log.Log(file.unreadableWarning, error);
     return 0;
   }
   MapFilterResult result = filterMapText(text, names, file.label);
-  reportMapOutcome(host, file.shortName, result,
+  reportMapOutcome(request, file.shortName, result,
                    format("!!! WARNING: %@ %@ not found.", file.shortName, niceDescription(names)));
   // Written even when nothing matched: the map then lists nothing.
   host.recordModifiedFile(file.path, result.contents);
@@ -175,45 +173,45 @@ MapFilterResult filterPlatformKeys(const Value& root, const Value& processors) {
   return result;
 }
 
-int32_t stripRestoreFirmwareDeviceMapDotTxt(SupportHost& host, const Value& entry) {
+int32_t stripRestoreFirmwareDeviceMapDotTxt(SupportHost& host, const SupportRequest& request) {
   static const MapTextFile file = {
       kDeviceMapText, "device_map.txt", "!!! WARNING: \"Restore/Firmware/device_map.txt\" not found.",
       "!!! WARNING: \"Restore/Firmware/device_map.txt\" could not be read - %@.", MapRowLabel::FifthField};
-  return stripMapText(host, file, workDeviceClasses(host, entry));
+  return stripMapText(host, request, file, request.deviceClasses);
 }
 
-int32_t stripRestoreFirmwareTargetMapDotTxt(SupportHost& host, const Value& entry) {
+int32_t stripRestoreFirmwareTargetMapDotTxt(SupportHost& host, const SupportRequest& request) {
   static const MapTextFile file = {kTargetMapText, "target_map.txt", "!!! WARNING: target_map.txt not found.",
                                    "!!! WARNING: target_map.txt could not be read - %@.",
                                    MapRowLabel::WholeLine};
-  return stripMapText(host, file, workProducts(host, entry));
+  return stripMapText(host, request, file, request.products);
 }
 
-int32_t stripRestoreFirmwareDeviceMapDotPlist(SupportHost& host, const Value& entry) {
+int32_t stripRestoreFirmwareDeviceMapDotPlist(SupportHost& host, const SupportRequest& request) {
   Value root = host.readBundlePropertyList(kDeviceMapPlist);
   if (root.isNull()) {
     // Names the text map, as this warning always has.
     LogObject::sharedLogger().Log("!!! WARNING: \"Restore/Firmware/device_map.txt\" not found.");
     return 0;
   }
-  const Value deviceClasses = workDeviceClasses(host, entry);
+  const Value& deviceClasses = request.deviceClasses;
   MapFilterResult result = filterDeviceMapPlist(root, deviceClasses);
-  reportMapOutcome(host, "device_map.plist", result,
+  reportMapOutcome(request, "device_map.plist", result,
                    format("!!! WARNING: device_map.plist %@ not found.", niceDescription(deviceClasses)));
   host.recordModifiedFile(kDeviceMapPlist, result.contents);
   return 0;
 }
 
-int32_t stripRestoreFirmwarePlatformKeysDotPlist(SupportHost& host, const Value& entry) {
+int32_t stripRestoreFirmwarePlatformKeysDotPlist(SupportHost& host, const SupportRequest& request) {
   Value root = host.readBundlePropertyList(kPlatformKeysPlist);
   if (root.isNull()) {
     LogObject::sharedLogger().Log("!!! WARNING: \"Restore/Firmware/platform_keys.plist\" not found.");
     return 0;
   }
-  const Value products = workProducts(host, entry);
+  const Value& products = request.products;
   const Value processors = processorsForProducts(products, host.supportProductsTable());
   MapFilterResult result = filterPlatformKeys(root, processors);
-  reportMapOutcome(host, "platform_keys.plist", result,
+  reportMapOutcome(request, "platform_keys.plist", result,
                    format("!!! WARNING: platform_keys.plist %@ (%@) not found.", niceDescription(products),
                           niceDescription(processors)));
   host.recordModifiedFile(kPlatformKeysPlist, result.contents);

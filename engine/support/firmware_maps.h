@@ -57,10 +57,10 @@ Value processorsForProducts(const Value& products, const Value& productsTable);
 MapFilterResult filterPlatformKeys(const Value& root, const Value& processors);
 
 // The steps; each answers 0.
-int32_t stripRestoreFirmwareDeviceMapDotTxt(SupportHost& host, const Value& entry);
-int32_t stripRestoreFirmwareDeviceMapDotPlist(SupportHost& host, const Value& entry);
-int32_t stripRestoreFirmwareTargetMapDotTxt(SupportHost& host, const Value& entry);
-int32_t stripRestoreFirmwarePlatformKeysDotPlist(SupportHost& host, const Value& entry);
+int32_t stripRestoreFirmwareDeviceMapDotTxt(SupportHost& host, const SupportRequest& request);
+int32_t stripRestoreFirmwareDeviceMapDotPlist(SupportHost& host, const SupportRequest& request);
+int32_t stripRestoreFirmwareTargetMapDotTxt(SupportHost& host, const SupportRequest& request);
+int32_t stripRestoreFirmwarePlatformKeysDotPlist(SupportHost& host, const SupportRequest& request);
 
 }  // namespace velmar
 

@@ -4,8 +4,6 @@
 
 #include "engine/collection_extras.h"
 #include "engine/log_object.h"
-#include "engine/support/bundle_files.h"
-#include "engine/support/work_entry.h"
 
 namespace velmar {
 
@@ -13,14 +11,14 @@ namespace {
 
 // Debug and BundleImages: what lies directly in the folder is kept as a
 // whole when asked for.
-int32_t scrubFolder(SupportHost& host, const char* option, const char* folder, const char* foundMessage,
+int32_t scrubFolder(SupportHost& host, const SupportRequest& request, const char* option, const char* folder, const char* foundMessage,
                     const char* scrubMessage) {
   LogObject& log = LogObject::sharedLogger();
   std::vector<std::string> items = host.listFolder(folder, false);
   if (boolForKey(host.supportOptions(), option)) {
     if (!items.empty()) log.Log(foundMessage, items.size());
     host.keepPaths(items);
-  } else if (host.legacyMessages() && !items.empty()) {
+  } else if (request.reportScrubs && !items.empty()) {
     log.Log(scrubMessage, items.size());
   }
   return 0;
@@ -28,10 +26,10 @@ int32_t scrubFolder(SupportHost& host, const char* option, const char* folder, c
 
 // Home diagnostics and the SDK: a root link names the image; both are kept.
 // A plain file of the link's name is not the link and is not kept.
-int32_t keepLinkedImage(SupportHost& host, const char* option, const char* link, const char* foundMessage,
+int32_t keepLinkedImage(SupportHost& host, const SupportRequest& request, const char* option, const char* link, const char* foundMessage,
                         const char* scrubMessage) {
   LogObject& log = LogObject::sharedLogger();
-  std::optional<std::string> target = linkTargetInBundle(host.supportBundleView(), link);
+  std::optional<std::string> target = host.bundleLinkTarget(link);
   if (boolForKey(host.supportOptions(), option)) {
     if (target) {
       log.Log(foundMessage, *target);
@@ -39,7 +37,7 @@ int32_t keepLinkedImage(SupportHost& host, const char* option, const char* link,
     } else {
       host.keepPaths({});
     }
-  } else if (host.legacyMessages() && (target || host.bundleListingContains(link))) {
+  } else if (request.reportScrubs && (target || host.bundleListingContains(link))) {
     log.Log(scrubMessage);
   }
   return 0;
@@ -86,49 +84,54 @@ PackageSelection selectPackages(const std::vector<std::string>& candidates, cons
   return selection;
 }
 
-int32_t stripDebugFolder(SupportHost& host, const Value& entry) {
-  return scrubFolder(host, "keepDebug", "Debug", "+++ Debug folder found %d items.",
+int32_t stripDebugFolder(SupportHost& host, const SupportRequest& request) {
+  return scrubFolder(host, request, "keepDebug", "Debug", "+++ Debug folder found %d items.",
                      "--- Debug folder scrub %d items.");
 }
 
-int32_t stripBundleImages(SupportHost& host, const Value& entry) {
-  return scrubFolder(host, "keepBundleImages", "BundleImages", "+++ BundleImages found %d items.",
+int32_t stripBundleImages(SupportHost& host, const SupportRequest& request) {
+  return scrubFolder(host, request, "keepBundleImages", "BundleImages", "+++ BundleImages found %d items.",
                      "--- BundleImages scrub %d items.");
 }
 
-int32_t stripUnencryptedImages(SupportHost& host, const Value& entry) {
+int32_t stripUnencryptedImages(SupportHost& host, const SupportRequest& request) {
   std::vector<std::string> items = host.listFolder("UnencryptedImages", false);
   if (!items.empty()) LogObject::sharedLogger().Log("--- Unencrypted Images scrub %d items.", items.size());
   return 0;
 }
 
-int32_t stripRPKGs(SupportHost& host, const Value& entry) {
+int32_t stripRPKGs(SupportHost& host, const SupportRequest& request) {
   LogObject& log = LogObject::sharedLogger();
-  const bool legacy = host.legacyMessages();
-  std::vector<std::string> candidates = host.listFolder(kPackagesFolder, false);
-  if (!boolForKey(host.supportOptions(), "keepRPKGs")) {
-    if (legacy && !candidates.empty()) log.Log("--- RPKGs scrub %d items.", candidates.size());
+  if (!boolForKey(host.supportOptions(), "keepRPKGs")) return 0;
+  PackageSelection selection = selectPackages(host.listFolder(kPackagesFolder, false), request.products,
+                                              request.personalizationVariants);
+  if (selection.found.count() == 0) {
+    // Borrowed from the platform-keys step, placeholders and all.
+    log.Log("!!! WARNING: platform_keys.plist %@ (%@) not found.", Value(), Value());
     return 0;
   }
-
-  PackageSelection selection =
-      selectPackages(candidates, workProducts(host, entry), workPersonalizationVariants(host, entry));
   Value keep = Value::makeSet();
-  if (legacy) keep.insert(Value(kPackagesFolder));
   for (const std::string& package : selection.found.strings())
     for (const std::string& path : host.listFolder(package, true)) keep.insert(Value(path));
+  host.keepPaths(keep.strings());
+  log.Log("+++ RPKGs found %@.", niceDescription(selection.found));
+  return 0;
+}
 
-  if (!legacy) {
-    if (selection.found.count() > 0) {
-      host.keepPaths(keep.strings());
-      log.Log("+++ RPKGs found %@.", niceDescription(selection.found));
-    } else {
-      // Borrowed from the platform-keys step, placeholders and all.
-      log.Log("!!! WARNING: platform_keys.plist %@ (%@) not found.", Value(), Value());
-    }
+int32_t stripRPKGsPerBoard(SupportHost& host, const SupportRequest& request) {
+  LogObject& log = LogObject::sharedLogger();
+  std::vector<std::string> candidates = host.listFolder(kPackagesFolder, false);
+  if (!boolForKey(host.supportOptions(), "keepRPKGs")) {
+    if (request.reportScrubs && !candidates.empty()) log.Log("--- RPKGs scrub %d items.", candidates.size());
     return 0;
   }
-
+  PackageSelection selection =
+      selectPackages(candidates, request.products, request.personalizationVariants);
+  // The folder itself is kept whatever matches, so the partial list always
+  // names it.
+  Value keep = Value::makeSet({Value(kPackagesFolder)});
+  for (const std::string& package : selection.found.strings())
+    for (const std::string& path : host.listFolder(package, true)) keep.insert(Value(path));
   for (const std::string& board : selection.unmatchedBoards)
     log.Log("!!! WARNING Cannot find RPKG for %@.", board);
   if (selection.unmatched.count() > 0) log.Log("--- RPKGs scrub %@.", niceDescription(selection.unmatched));
@@ -139,22 +142,21 @@ int32_t stripRPKGs(SupportHost& host, const Value& entry) {
   return 0;
 }
 
-int32_t stripHomeDiags(SupportHost& host, const Value& entry) {
-  return keepLinkedImage(host, "keepHomeDiagnostics", "HomeDiagnostic.dmg", "+++ HomeDiagnostics found.",
+int32_t stripHomeDiags(SupportHost& host, const SupportRequest& request) {
+  return keepLinkedImage(host, request, "keepHomeDiagnostics", "HomeDiagnostic.dmg", "+++ HomeDiagnostics found.",
                          "--- HomeDiagnostics scrub.");
 }
 
-int32_t stripSDKs(SupportHost& host, const Value& entry) {
-  return keepLinkedImage(host, "keepSDK", "CorvidSDKInternalNonUI.dmg", "+++ NonUI SDK found \"%@\".",
+int32_t stripSDKs(SupportHost& host, const SupportRequest& request) {
+  return keepLinkedImage(host, request, "keepSDK", "CorvidSDKInternalNonUI.dmg", "+++ NonUI SDK found \"%@\".",
                          "--- NonUI SDK scrub.");
 }
 
-int32_t stripFactoryDiskImage(SupportHost& host, const Value& entry) {
+int32_t stripFactoryDiskImage(SupportHost& host, const SupportRequest& request) {
   static const char kImage[] = "FactoryDiskImage.dmg";
   static const char kSignature[] = "FactoryDiskImage.dmg.signature";
   LogObject& log = LogObject::sharedLogger();
-  BundleView& root = host.supportBundleView();
-  if (existsInBundle(root, kImage) && existsInBundle(root, kSignature)) {
+  if (host.bundleFileExists(kImage) && host.bundleFileExists(kSignature)) {
     log.Log("+++ FactoryDiskImage and signature file found.");
     host.keepPaths({kImage, kSignature});
   } else {

@@ -39,15 +39,19 @@ struct PackageSelection {
 PackageSelection selectPackages(const std::vector<std::string>& candidates, const Value& boardCodes,
                                 const Value& personalizationVariants);
 
-int32_t stripDebugFolder(SupportHost& host, const Value& entry);
-int32_t stripRPKGs(SupportHost& host, const Value& entry);
+int32_t stripDebugFolder(SupportHost& host, const SupportRequest& request);
+// The manifest engine keeps the matching packages and warns when none match.
+int32_t stripRPKGs(SupportHost& host, const SupportRequest& request);
+// The legacy engine tries every board code on every package: it warns per
+// miss, reports the misses as scrubbed and keeps the folder itself too.
+int32_t stripRPKGsPerBoard(SupportHost& host, const SupportRequest& request);
 // Legacy only: unencrypted copies are never kept.
-int32_t stripUnencryptedImages(SupportHost& host, const Value& entry);
-int32_t stripHomeDiags(SupportHost& host, const Value& entry);
-int32_t stripSDKs(SupportHost& host, const Value& entry);
-int32_t stripBundleImages(SupportHost& host, const Value& entry);
+int32_t stripUnencryptedImages(SupportHost& host, const SupportRequest& request);
+int32_t stripHomeDiags(SupportHost& host, const SupportRequest& request);
+int32_t stripSDKs(SupportHost& host, const SupportRequest& request);
+int32_t stripBundleImages(SupportHost& host, const SupportRequest& request);
 // Manifest engine only.
-int32_t stripFactoryDiskImage(SupportHost& host, const Value& entry);
+int32_t stripFactoryDiskImage(SupportHost& host, const SupportRequest& request);
 
 }  // namespace velmar
 

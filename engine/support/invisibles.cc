@@ -21,18 +21,30 @@ bool isInvisiblePath(std::string_view path) {
   return false;
 }
 
-int32_t stripInvisibles(SupportHost& host, const Value& entry) {
+namespace {
+
+int32_t scrubInvisibles(SupportHost& host, bool withContents) {
   Value scrub = Value::makeSet();
   for (const std::string& path : host.keptPaths()) {
     if (!isInvisiblePath(path)) continue;
     scrub.insert(Value(path));
-    if (host.legacyMessages())
+    if (withContents)
       for (const std::string& below : host.listFolder(path, true)) scrub.insert(Value(below));
   }
   if (scrub.count() == 0) return 0;
   LogObject::sharedLogger().Log("--- invisibles scrub %d items.", scrub.count());
   host.unkeepPaths(scrub.strings());
   return 0;
+}
+
+}  // namespace
+
+int32_t stripInvisibles(SupportHost& host, const SupportRequest& request) {
+  return scrubInvisibles(host, false);
+}
+
+int32_t stripInvisiblesWithContents(SupportHost& host, const SupportRequest& request) {
+  return scrubInvisibles(host, true);
 }
 
 }  // namespace velmar

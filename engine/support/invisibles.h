@@ -15,10 +15,14 @@ namespace velmar {
 // Whether the last component of `path` is a housekeeping name, ignoring case.
 bool isInvisiblePath(std::string_view path);
 
-// Takes the housekeeping paths out of what has been kept. The manifest
-// engine drops only the matching path; the legacy engine, working on its
-// merged list, drops everything under it too. Answers 0.
-int32_t stripInvisibles(SupportHost& host, const Value& entry);
+// Takes the housekeeping paths out of what has been kept: only the matching
+// path itself, so files inside a ".svn" folder stay unless their own names
+// match. Answers 0.
+int32_t stripInvisibles(SupportHost& host, const SupportRequest& request);
+
+// The legacy engine's form, run on its merged keep list: a matching path
+// leaves with everything under it. Answers 0.
+int32_t stripInvisiblesWithContents(SupportHost& host, const SupportRequest& request);
 
 }  // namespace velmar
 

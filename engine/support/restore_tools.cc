@@ -4,7 +4,6 @@
 
 #include "engine/collection_extras.h"
 #include "engine/log_object.h"
-#include "engine/support/bundle_files.h"
 
 namespace velmar {
 
@@ -39,15 +38,14 @@ void keepRemainingImages(SupportHost& host, const std::vector<std::string>& imag
 }
 
 int32_t stripRestoreToolsManifest(SupportHost& host) {
-  BundleView& root = host.supportBundleView();
-  if (std::optional<std::string> target = linkTargetInBundle(root, kRestoreToolsImage)) {
+  if (std::optional<std::string> target = host.bundleLinkTarget(kRestoreToolsImage)) {
     LogObject::sharedLogger().Log("+++ RestoreTools found %@.", *target);
     host.keepPaths({*target, kRestoreToolsImage});
     return 0;
   }
   std::vector<std::string> images =
       withoutLinkedImages(diskImageCandidates(host.listFolder("", false)),
-                          [&](const std::string& name) { return linkTargetInBundle(root, name); });
+                          [&](const std::string& name) { return host.bundleLinkTarget(name); });
   keepRemainingImages(host, images);
   return 0;
 }
@@ -56,12 +54,11 @@ int32_t stripRestoreToolsManifest(SupportHost& host) {
 // target is part of the bundle it listed at the start.
 int32_t stripRestoreToolsLegacy(SupportHost& host) {
   LogObject& log = LogObject::sharedLogger();
-  BundleView& root = host.supportBundleView();
-  std::vector<std::string> candidates = diskImageCandidates(namesOnDisk(root, ""));
+  std::vector<std::string> candidates = diskImageCandidates(host.bundleNamesNow(""));
   std::vector<std::string> working = candidates;
   std::optional<std::string> toolsTarget;
   for (const std::string& candidate : candidates) {
-    std::optional<std::string> target = linkTargetInBundle(root, candidate);
+    std::optional<std::string> target = host.bundleLinkTarget(candidate);
     if (!target) continue;
     std::erase(working, candidate);
     std::erase(working, *target);
@@ -102,10 +99,14 @@ std::vector<std::string> withoutLinkedImages(
   return left;
 }
 
-int32_t stripRestoreTools(SupportHost& host, const Value& entry) {
-  return host.legacyMessages() ? stripRestoreToolsLegacy(host) : stripRestoreToolsManifest(host);
+int32_t stripRestoreTools(SupportHost& host, const SupportRequest& request) {
+  return stripRestoreToolsManifest(host);
 }
 
-int32_t stripBogusRestoreImagesInRootDirectory(SupportHost& host, const Value& entry) { return 0; }
+int32_t stripRestoreToolsChecked(SupportHost& host, const SupportRequest& request) {
+  return stripRestoreToolsLegacy(host);
+}
+
+int32_t stripBogusRestoreImagesInRootDirectory(SupportHost& host, const SupportRequest& request) { return 0; }
 
 }  // namespace velmar

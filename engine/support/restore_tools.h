@@ -30,12 +30,17 @@ std::vector<std::string> withoutLinkedImages(
     const std::vector<std::string>& candidates,
     const std::function<std::optional<std::string>(const std::string&)>& linkTarget);
 
-// Answers 0, except in the legacy engine when the "RestoreTools.dmg" link
-// leads to something the bundle does not hold: then 1.
-int32_t stripRestoreTools(SupportHost& host, const Value& entry);
+// Keeps the link and what it leads to, or applies the guess above. Answers 0.
+int32_t stripRestoreTools(SupportHost& host, const SupportRequest& request);
+
+// The legacy engine's form: it lists the root afresh, insists that the
+// "RestoreTools.dmg" link leads to something the bundle held when it was
+// listed (1 and an error otherwise), and leaves the link out when the
+// noSymLinks option is set.
+int32_t stripRestoreToolsChecked(SupportHost& host, const SupportRequest& request);
 
 // Legacy only: kept as an empty step in the legacy order. Answers 0.
-int32_t stripBogusRestoreImagesInRootDirectory(SupportHost& host, const Value& entry);
+int32_t stripBogusRestoreImagesInRootDirectory(SupportHost& host, const SupportRequest& request);
 
 }  // namespace velmar
 

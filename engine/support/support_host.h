@@ -4,15 +4,19 @@
 // Both engines run the same support steps; they differ in where a kept path
 // or a rewritten file goes (the manifest engine adds to one set and one
 // dictionary, the legacy engine appends partial lists that it merges at the
-// end) and in a few messages. The host answers those differences.
+// end) and in how their work entries spell the request. The host answers
+// those differences; the steps never ask which engine they serve.
 
 #ifndef VELMAR_ENGINE_SUPPORT_SUPPORT_HOST_H_
 #define VELMAR_ENGINE_SUPPORT_SUPPORT_HOST_H_
 
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "engine/property_list.h"
+#include "engine/support/work_entry.h"
 #include "base/value.h"
 
 namespace velmar {
@@ -21,12 +25,24 @@ class SupportHost {
  public:
   virtual ~SupportHost() = default;
 
-  // True for the legacy engine, whose steps also log what they drop.
-  virtual bool legacyMessages() const = 0;
+  // The request of a "Strip support files" entry, read the engine's way.
+  virtual SupportRequest supportRequest(const Value& entry) const = 0;
 
   virtual std::string supportBundleRoot() const = 0;
-  // The bundle, for every read a step makes.
+  // The bundle's view; the steps read the bundle only through the questions
+  // below, which ask it.
   virtual BundleView& supportBundleView() = 0;
+
+  // Whether something exists at the bundle path (links followed while they
+  // stay inside).
+  virtual bool bundleFileExists(const std::string& path);
+  // The target text of the link at the bundle path; nothing for a non-link.
+  virtual std::optional<std::string> bundleLinkTarget(const std::string& path);
+  // The names directly in the bundle folder as it is now, sorted by bytes.
+  virtual std::vector<std::string> bundleNamesNow(const std::string& folder);
+  // The whole regular file at the bundle path, at most `limit` bytes: 0 or
+  // an errno value.
+  virtual int readBundleFile(const std::string& path, size_t limit, std::string* bytes);
   // The engine's options dictionary.
   virtual const Value& supportOptions() const = 0;
   // The engine class's known-products table.
@@ -36,7 +52,7 @@ class SupportHost {
   // entries when !deep, everything below when deep. The legacy engine's
   // listing also begins with the folder itself; the steps allow for both.
   virtual std::vector<std::string> listFolder(const std::string& folder, bool deep) = 0;
-  // Whether the bundle's complete listing holds `path` (legacy checks only).
+  // Whether the bundle's complete listing holds `path`.
   virtual bool bundleListingContains(const std::string& path) = 0;
   // The property list at a bundle path, or null when it cannot be loaded.
   // The legacy engine reads through its own reader, which notes failures in

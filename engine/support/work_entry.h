@@ -1,30 +1,25 @@
-// The request-wide parameters a support step reads from its work entry. The
-// two engines file them under different keys; the host says which engine
-// this is.
+// SupportRequest: what the support steps need to know about a request.
+//
+// The two engines file the request-wide facts of their "Strip support files"
+// entry under different keys; each engine reads its own entry into this one
+// record (SupportHost::supportRequest), so the shared steps never ask which
+// engine they serve.
 
 #ifndef VELMAR_ENGINE_SUPPORT_WORK_ENTRY_H_
 #define VELMAR_ENGINE_SUPPORT_WORK_ENTRY_H_
 
-#include "engine/support/support_host.h"
 #include "base/value.h"
 
 namespace velmar {
 
-// Device class names of the chosen products.
-inline Value workDeviceClasses(const SupportHost& host, const Value& entry) {
-  return entry.get(host.legacyMessages() ? "workDeviceClassList" : "workAllDeviceClasses");
-}
-
-// The chosen board codes.
-inline Value workProducts(const SupportHost& host, const Value& entry) {
-  return entry.get(host.legacyMessages() ? "workProductList" : "workAllProducts");
-}
-
-// The personalization variants of the chosen stations.
-inline Value workPersonalizationVariants(const SupportHost& host, const Value& entry) {
-  return entry.get(host.legacyMessages() ? "workPersonalizationVariantList"
-                                         : "workAllPersonalizationVariants");
-}
+struct SupportRequest {
+  Value deviceClasses;            // device class names of the chosen products
+  Value products;                 // the chosen board codes
+  Value personalizationVariants;  // the personalization variants of the chosen stations
+  // Whether the steps also log what they drop ("--- ... scrub"); the legacy
+  // engine's users read its log as the list of what left the bundle.
+  bool reportScrubs = false;
+};
 
 }  // namespace velmar
 

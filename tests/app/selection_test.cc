@@ -176,5 +176,59 @@ TEST(BundleScanTest, NoValidProductsReplyKeepsThePreviousList) {
   EXPECT_EQ(scan.validVariantsForEachProduct, (VariantsByProduct{{"r13", {"ss"}}}));
 }
 
+// The scan as the window runs it: replies with the tool's words, progress, cancel.
+struct FakeAsk {
+  FakeTool tool;
+  std::map<std::string, std::string> failures;  // first word -> what the tool said
+  size_t cancelAt = 0;                          // the query (from 1) that is cancelled
+  ToolReply operator()(const Arguments& args) {
+    Value replies = tool(args);
+    if (tool.asked.size() == cancelAt) return ToolReply{Value(), "", true};
+    auto it = failures.find(args[0]);
+    return ToolReply{replies, it == failures.end() ? "" : it->second, false};
+  }
+};
+
+TEST(BundleScanTest, TellsWhichProductOfHowManyIsAsked) {
+  FakeAsk ask;
+  ask.tool.replies["--validproducts"] = dictReply("validProducts", {"r11", "r13", "r2"});
+  UserDefaults d;
+  std::vector<std::string> told;
+  ScanResult scan = scanBundle(d, {}, std::ref(ask), [&](size_t n, size_t of) { told.push_back(scanProgressText(n, of)); });
+  EXPECT_EQ(told, (Names{"product 1 of 3", "product 2 of 3", "product 3 of 3"}));
+  EXPECT_TRUE(scan.failure.empty());
+  EXPECT_EQ(scanOutcomeLine(scan), "");
+}
+
+TEST(BundleScanTest, ANonBundleFailsWithTheToolsReason) {
+  FakeAsk ask;
+  ask.failures["--validproducts"] = "cannot read the source bundle.";
+  UserDefaults d;
+  d.setObject(kLastSourceSelectedKey, "/b/Empty");
+  ScanResult scan = scanBundle(d, {"r13"}, std::ref(ask), nullptr);
+  EXPECT_EQ(scan.validProducts, Names{"r13"});  // the previous list stands, as ever
+  EXPECT_EQ(scan.failure, "cannot read the source bundle.");
+  EXPECT_EQ(scanOutcomeLine(scan), "\"Empty\" cannot be used: cannot read the source bundle.");
+
+  // An empty answer without words from the tool still says what is wrong.
+  FakeAsk quiet;
+  quiet.tool.replies["--validproducts"] = dictReply("validProducts", {});
+  scan = scanBundle(d, {"r13"}, std::ref(quiet), nullptr);
+  EXPECT_TRUE(scan.validProducts.empty());
+  EXPECT_EQ(scan.failure, "it holds no product that can be stripped.");
+}
+
+TEST(BundleScanTest, ACancelledQueryEndsTheScan) {
+  FakeAsk ask;
+  ask.tool.replies["--validproducts"] = dictReply("validProducts", {"r11", "r13", "r2"});
+  ask.cancelAt = 4;  // the second product's variants
+  UserDefaults d;
+  d.setObject(kLastSourceSelectedKey, "/b/x.dmg");
+  ScanResult scan = scanBundle(d, {}, std::ref(ask), nullptr);
+  EXPECT_TRUE(scan.cancelled);
+  EXPECT_EQ(ask.tool.asked.size(), 4u);
+  EXPECT_EQ(scanOutcomeLine(scan), "Scanning \"x.dmg\" cancelled.");
+}
+
 }  // namespace
 }  // namespace velmar::app

@@ -2,7 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <signal.h>
+#include <unistd.h>
+
 #include <chrono>
+#include <fstream>
+#include <thread>
+
+#include <filesystem>
 
 #include "synth/temp_dir.h"
 #include "tests/app/app_test_support.h"
@@ -100,6 +107,68 @@ TEST_F(RunTaskTest, NoLaunchPathIsRefused) {
   EXPECT_EQ(run(""), 1);
   EXPECT_EQ(echo_.err.text(), "ERROR: no task path specified.\n");
   EXPECT_EQ(out_, "");
+}
+
+// Cancelling: the request comes from another thread while the tool runs.
+class CancelTest : public RunTaskTest {
+ protected:
+  int runCancelled(const std::string& tool, TaskCancel& cancel, std::chrono::milliseconds after) {
+    std::thread requester([&] {
+      std::this_thread::sleep_for(after);
+      cancel.request();
+    });
+    int status = RunTask(tool, {}, "", &out_, &err_, false, echo_.streams(), &cancel, &cancelled_);
+    requester.join();
+    return status;
+  }
+  // Running, not merely waiting to be reaped by whoever inherited it.
+  static bool alive(const std::string& pidFile) {
+    std::ifstream in(pidFile);
+    pid_t pid = 0;
+    if (!(in >> pid) || pid <= 0 || ::kill(pid, 0) != 0) return false;
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string pidText, name, state;
+    stat >> pidText >> name >> state;
+    return state != "Z";
+  }
+  bool cancelled_ = false;
+};
+
+TEST_F(CancelTest, TerminateEndsTheToolAndWhatItStarted) {
+  std::string pidFile = dir_ / "sleeper.pid";
+  std::string tool = script("sleep 30 & echo $! > " + pidFile + "; echo started; wait");
+  TaskCancel cancel(std::chrono::seconds(10));
+  auto began = std::chrono::steady_clock::now();
+  EXPECT_EQ(runCancelled(tool, cancel, std::chrono::milliseconds(300)), SIGTERM);
+  EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(5));  // no wait for the grace
+  EXPECT_TRUE(cancelled_);
+  EXPECT_EQ(out_, "started\n");
+  EXPECT_FALSE(alive(pidFile));
+}
+
+TEST_F(CancelTest, AToolThatIgnoresTerminateIsKilledAfterTheGrace) {
+  std::string tool = script("trap '' TERM; echo waiting; while :; do sleep 0.1; done");
+  TaskCancel cancel(std::chrono::milliseconds(400));
+  auto began = std::chrono::steady_clock::now();
+  EXPECT_EQ(runCancelled(tool, cancel, std::chrono::milliseconds(200)), SIGKILL);
+  EXPECT_GE(std::chrono::steady_clock::now() - began, std::chrono::milliseconds(600));
+  EXPECT_TRUE(cancelled_);
+}
+
+TEST_F(CancelTest, ACancelledTaskIsNotLaunchedAndAnUncancelledOneRunsOn) {
+  std::string marker = dir_ / "ran";
+  TaskCancel cancel;
+  cancel.request();
+  EXPECT_EQ(RunTask(script("touch " + marker), {}, "", &out_, &err_, false, echo_.streams(), &cancel,
+                    &cancelled_),
+            1);
+  EXPECT_TRUE(cancelled_);
+  EXPECT_FALSE(std::filesystem::exists(marker));
+
+  cancel.reset();
+  EXPECT_EQ(RunTask(script("echo ok"), {}, "", &out_, &err_, false, echo_.streams(), &cancel, &cancelled_), 0);
+  EXPECT_FALSE(cancelled_);
+  EXPECT_EQ(out_, "ok\n");
 }
 
 TEST(TaskHelperTest, IsDoneWithFinalResultAfterRun) {

@@ -49,6 +49,15 @@ TEST(PathsTest, TildeBothWays) {
   EXPECT_EQ(abbreviateTilde("/home/annex/b", "/home/ann"), "/home/annex/b");
 }
 
+TEST(PathsTest, PastedPathsLoseQuotesBlanksAndTheFileScheme) {
+  EXPECT_EQ(pathFromPastedText("  /b/My Bundle.dmg\n"), "/b/My Bundle.dmg");
+  EXPECT_EQ(pathFromPastedText("'/b/My Bundle'"), "/b/My Bundle");
+  EXPECT_EQ(pathFromPastedText("\"~/b\""), "~/b");
+  EXPECT_EQ(pathFromPastedText("\"/b'"), "\"/b'");  // not a pair
+  EXPECT_EQ(pathFromPastedText("file:///b/My%20Bundle.dmg"), "/b/My Bundle.dmg");
+  EXPECT_EQ(pathFromPastedText("file://localhost/b/x%2"), "/b/x%2");
+}
+
 TEST(PathsTest, ComponentsOfPaths) {
   EXPECT_EQ(lastPathComponent("/a/b/bundle.dmg"), "bundle.dmg");
   EXPECT_EQ(lastPathComponent("/a/Bundle/"), "Bundle");

@@ -84,10 +84,12 @@ TEST(UserDefaultsTest, BooleansStoredAsTextOrNumbers) {
   EXPECT_TRUE(d.boolForKey(kEncryptKey));
 }
 
-TEST(UserDefaultsTest, KeysTheWindowBindsIncludeTheUnregisteredOne) {
+TEST(UserDefaultsTest, KeysTheWindowBindsIncludeTheUnregisteredOnes) {
   Words keys = settingKeys();
-  EXPECT_EQ(keys.size(), registeredDefaults().count() + 1);
-  EXPECT_EQ(keys.back(), kKeepBundleImagesKey);
+  EXPECT_EQ(keys.size(), registeredDefaults().count() + 2);
+  EXPECT_EQ(keys[keys.size() - 2], kKeepBundleImagesKey);
+  EXPECT_EQ(keys.back(), kVerboseKey);
+  EXPECT_FALSE(UserDefaults().boolForKey(kVerboseKey));
   EXPECT_TRUE(registeredDefaults().contains(kKnownProductsKey));
 }
 

@@ -90,5 +90,19 @@ TEST(ReplyReaderTest, AFailedQueryReadsAsNoReply) {
   EXPECT_TRUE(sortedNamesFromFirstArray(Value()).empty());
 }
 
+TEST(ToolFailureReasonTest, TheToolsErrorLineWithoutItsPrefix) {
+  EXPECT_EQ(toolFailureReason("", "+++ note\nXXX ERROR: cannot read the source bundle \"/x\": No such file.\n", 3),
+            "cannot read the source bundle \"/x\": No such file.");
+  // Standard error first, then standard output.
+  EXPECT_EQ(toolFailureReason("XXX ERROR: out\n", "XXX ERROR: err\n", 2), "err");
+  EXPECT_EQ(toolFailureReason("XXX ERROR: the bundle has no manifest\r\n<?xml ", "", 0), "the bundle has no manifest");
+}
+
+TEST(ToolFailureReasonTest, ElseTheLastErrorLineOrTheStatus) {
+  EXPECT_EQ(toolFailureReason("", "velmarbs: unknown word\nsee velmarbs --help\n\n", 2), "see velmarbs --help");
+  EXPECT_EQ(toolFailureReason("", "", 9), "velmarbs ended with status 9.");
+  EXPECT_EQ(toolFailureReason("<plist/>", "", 0), "");
+}
+
 }  // namespace
 }  // namespace velmar::app

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <type_traits>
+#include <vector>
+
 #include "base/format.h"
 #include "base/plist_io.h"
 #include "tests/base/value_literals.h"
@@ -57,6 +60,76 @@ TEST(PlistIoTest, XmlAndBinaryRoundTripKeepsKindsAndOrder) {
   EXPECT_EQ(parsePropertyList(toXml(Value::makeSet({"b", "a"}))), Value::makeArray({"a", "b"}));
   EXPECT_TRUE(parsePropertyList("<plist><dict><key>a</key>").isNull());
   EXPECT_TRUE(parsePropertyList("bplist00garbage").isNull());
+}
+
+}  // namespace
+}  // namespace velmar
+
+namespace velmar {
+namespace {
+
+TEST(ValueTest, DictionariesOrderAsTheyCompareWhateverTheirKeyOrder) {
+  Value ab = testing::dictOf({{"a", 1}, {"b", 2}});
+  Value ba = testing::dictOf({{"b", 2}, {"a", 1}});
+  Value ac = testing::dictOf({{"a", 1}, {"c", 2}});
+  ASSERT_EQ(ab, ba);
+  EXPECT_EQ(Value::compare(ab, ba), 0);
+  EXPECT_EQ(Value::compare(ab, ac), -Value::compare(ac, ab));
+  EXPECT_NE(Value::compare(ab, ac), 0);
+  // A set of dictionaries keeps one of two equal members, in any order of
+  // insertion, and finds each member it holds.
+  for (const auto& order : {std::vector<Value>{ab, ac, ba}, std::vector<Value>{ba, ab, ac},
+                            std::vector<Value>{ac, ba, ab}}) {
+    Value set = Value::makeSet();
+    for (const Value& v : order) set.insert(v);
+    EXPECT_EQ(set.count(), 2u);
+    EXPECT_TRUE(set.containsMember(ab) && set.containsMember(ba) && set.containsMember(ac));
+  }
+  // The same past the size where dictionaries keep a key index.
+  Value big1 = Value::makeDict(), big2 = Value::makeDict();
+  for (int i = 0; i < 30; ++i) {
+    big1.set("k" + std::to_string(i), i);
+    big2.set("k" + std::to_string(29 - i), 29 - i);
+  }
+  EXPECT_EQ(big1, big2);
+  EXPECT_EQ(Value::compare(big1, big2), 0);
+  big2.set("k7", 8);
+  EXPECT_LT(Value::compare(big1, big2), 0);
+  EXPECT_GT(Value::compare(big2, big1), 0);
+}
+
+TEST(ValueTest, AValueHasNoTruthValueAndFalseIsNotNull) {
+  static_assert(!std::is_constructible_v<bool, Value>, "say isNull() or boolValue()");
+  Value no(false);
+  EXPECT_FALSE(no.isNull());
+  EXPECT_FALSE(no.boolValue());
+  EXPECT_TRUE(no.isBool());
+  EXPECT_TRUE(Value(true).boolValue());
+  EXPECT_EQ(Value(true), Value(1));
+  EXPECT_NE(Value(false), Value());
+}
+
+TEST(ValueTest, CopiesSurviveTheirOriginalAndEveryKindKeepsItsContents) {
+  Value dict = testing::dictOf({{"s", std::string(100, 's')}, {"short", "x"}, {"i", -3}, {"r", 2.5},
+                                {"b", false}, {"d", Value(Date{12.5})}, {"data", Value::makeData("\x01")},
+                                {"a", testing::arrayOf({1, "two"})}, {"set", testing::setOf({"z", "y"})}});
+  Value copy;
+  {
+    Value original = dict;
+    copy = original;
+    original.set("s", "changed");
+    original.arrMut();  // replaces the dictionary with an array
+    EXPECT_TRUE(original.isArray());
+  }
+  EXPECT_EQ(copy, dict);
+  EXPECT_EQ(copy.get("s").str(), std::string(100, 's'));
+  EXPECT_EQ(copy.get("d").dateValue().seconds, 12.5);
+  EXPECT_EQ(copy.get("set").strings(), (std::vector<std::string>{"y", "z"}));
+  Value moved = std::move(copy);
+  EXPECT_TRUE(copy.isNull());  // NOLINT(bugprone-use-after-move): moved-from is null
+  EXPECT_EQ(moved.count(), 9u);
+  moved = moved;  // self-assignment keeps the value
+  EXPECT_EQ(moved.count(), 9u);
 }
 
 }  // namespace

@@ -16,11 +16,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The committed demo bundle must not drift from the description it came from.
-TEST(SynthBundleTest, CommittedSampleMatchesSampleBundle) {
-  const fs::path root = fs::path(VELMAR_SOURCE_DIR) / "sample/Bundle";
+// A committed demo bundle must not drift from the description it came from.
+void expectCommittedBundle(const BundleDescription& description, const char* folder) {
+  const fs::path root = fs::path(VELMAR_SOURCE_DIR) / folder;
   std::set<std::string> expected;
-  for (const BundleEntry& e : layoutBundle(sampleBundle())) {
+  for (const BundleEntry& e : layoutBundle(description)) {
     expected.insert(e.path);
     std::ifstream in(root / e.path, std::ios::binary);  // a folder reads as empty
     EXPECT_EQ(e.kind == BundleEntry::Kind::Link
@@ -33,6 +33,11 @@ TEST(SynthBundleTest, CommittedSampleMatchesSampleBundle) {
     if (entry.is_directory() && !entry.is_symlink()) continue;
     EXPECT_TRUE(expected.count(fs::relative(entry.path(), root).string())) << "unexpected " << entry.path();
   }
+}
+
+TEST(SynthBundleTest, CommittedSamplesMatchTheirDescriptions) {
+  expectCommittedBundle(sampleBundle(), "sample/Bundle");
+  expectCommittedBundle(legacyBundle(false), "sample/Legacy");
 }
 
 TEST(SynthBundleTest, WritingNeverLeavesTheRoot) {

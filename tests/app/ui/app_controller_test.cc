@@ -2,84 +2,22 @@
 // and a synthetic bundle: start-up, scans, runs, and mailing the log.
 #include "app/ui/app_controller.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <QCheckBox>
 #include <QPushButton>
-#include <QSignalSpy>
 #include <algorithm>
 #include <filesystem>
 
-#include "app/ui/check_box_panel.h"
-#include "app/ui/log_controller.h"
 #include "app/ui/log_mailer.h"
-#include "app/ui/main_window.h"
-#include "app/ui/progress_sheet.h"
 #include "app/ui/setting_check_box.h"
-#include "app/ui/settings_store.h"
-#include "synth/bundle_builder.h"
-#include "synth/sample_bundles.h"
-#include "synth/temp_dir.h"
-#include "ui_test_support.h"
+#include "app_controller_fixture.h"
 
 namespace velmar::app {
 namespace {
 
+using testing::AppControllerTest;
+using testing::checkBoxNamed;
+using testing::enabledNames;
 using testing::fileText;
 using testing::waitFor;
-
-QCheckBox* checkBoxNamed(CheckBoxPanel* panel, const QString& name) {
-  for (QCheckBox* box : panel->checkBoxes())
-    if (box->text() == name) return box;
-  return nullptr;
-}
-
-NameList enabledNames(CheckBoxPanel* panel) {
-  NameList names;
-  for (QCheckBox* box : panel->checkBoxes())
-    if (box->isEnabled()) names.push_back(box->text().toStdString());
-  return names;
-}
-
-class AppControllerTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    if (::access(toolPath_.c_str(), X_OK) != 0) GTEST_SKIP() << "velmarbs not built";
-    settings_.clear();
-    settings_.setString(kLogFilePathKey, logPath_);
-    std::string error;
-    ASSERT_TRUE(synth::writeBundle(synth::sampleBundle(), bundle_, &error)) << error;
-    controller_ = std::make_unique<AppController>(settings_, log_, toolPath_, systemLog_.sink());
-    controller_->start();
-  }
-
-  MainWindow* window() { return controller_->window(); }
-  ProgressSheet* sheet() { return controller_->sheet(); }
-
-  void chooseBundle() {
-    QSignalSpy scanned(controller_.get(), &AppController::scanFinished);
-    settings_.setString(kLastSourceSelectedKey, bundle_);
-    ASSERT_TRUE(waitFor([&] { return scanned.count() == 1; }));
-  }
-
-  // Runs to the end; whether the tool said FINISHED.
-  bool run(const std::string& destination) {
-    QSignalSpy ended(controller_.get(), &AppController::runFinished);
-    controller_->startStripProcess(destination);
-    EXPECT_TRUE(waitFor([&] { return ended.count() == 1; }));
-    return !ended.isEmpty() && ended.first().first().toBool();
-  }
-
-  std::string toolPath_ = std::string(VELMAR_BINARY_DIR) + "/tool/velmarbs";
-  synth::TempDir work_{"velmar-ui"};
-  std::string bundle_ = work_ / "Bundle";
-  std::string logPath_ = work_ / "Logs/VelmarBS.log";
-  testing::SystemLogRecorder systemLog_;
-  SettingsStore settings_;
-  LogController log_{systemLog_.sink()};
-  std::unique_ptr<AppController> controller_;
-};
 
 TEST_F(AppControllerTest, StartUpListsTheToolsNamesButOffersNothingBeforeAScan) {
   EXPECT_EQ(window()->windowTitle(), "VelmarBS 9.9");

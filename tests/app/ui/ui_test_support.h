@@ -4,7 +4,11 @@
 #ifndef VELMAR_TESTS_UI_UI_TEST_SUPPORT_H_
 #define VELMAR_TESTS_UI_UI_TEST_SUPPORT_H_
 
+#include <dirent.h>
+#include <unistd.h>
+
 #include <QTest>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <mutex>
@@ -24,6 +28,31 @@ inline std::string fileText(const std::string& path) {
   std::stringstream text;
   text << in.rdbuf();
   return text.str();
+}
+
+// The test's own child processes, zombies included: what a stopped tool
+// would leave behind.
+inline std::vector<pid_t> childProcesses() {
+  std::vector<pid_t> children;
+  DIR* proc = ::opendir("/proc");
+  if (!proc) return children;
+  while (dirent* entry = ::readdir(proc)) {
+    const pid_t pid = static_cast<pid_t>(std::atoi(entry->d_name));
+    if (pid <= 0) continue;
+    std::ifstream stat(std::string("/proc/") + entry->d_name + "/stat");
+    std::string line;
+    std::getline(stat, line);
+    // pid (name) state ppid ...; the name may hold spaces, the ")" ends it.
+    const size_t close = line.rfind(')');
+    if (close == std::string::npos) continue;
+    std::istringstream rest(line.substr(close + 1));
+    std::string state;
+    pid_t parent = 0;
+    rest >> state >> parent;
+    if (parent == ::getpid()) children.push_back(pid);
+  }
+  ::closedir(proc);
+  return children;
 }
 
 // Keeps what would have gone to the system log.

@@ -1,32 +1,37 @@
-// "Strip support files" runs its sub-steps on one copy of the entry.
+// "Strip support files" reads the request once and runs the shared steps on
+// it, stopping at the first failure; a shared step also stands alone in a
+// work list.
 
 #include "engine/support/common_work.h"
 
 #include <gtest/gtest.h>
 
-#include "tests/engine/test_support.h"
+#include "tests/engine/support/fake_support_host.h"
 
 namespace velmar::testing {
 namespace {
 
-// Each step notes what the one before left in the entry.
-struct ToyEngine {
-  std::string seen;
-  int32_t pass(Value& e) { return note(e, 0); }
-  int32_t fail(Value& e) { return note(e, 3); }
-  int32_t note(Value& e, int32_t status) {
-    seen += e.get("seen").str() + " ";
-    e.set("seen", "step");
-    return status;
-  }
-};
+std::string seen;
+int32_t pass(SupportHost&, const SupportRequest& request) {
+  seen += niceDescription(request.products) + (request.reportScrubs ? "+ " : " ");
+  return 0;
+}
+int32_t fail(SupportHost& host, const SupportRequest& request) {
+  pass(host, request);
+  return 3;
+}
 
-TEST(RunSubstepsTest, OneCopyForAllAndStopAtTheFirstFailure) {
-  ToyEngine engine;
-  Value entry = dictOf({{"seen", "none"}});
-  EXPECT_EQ(runSubsteps(engine, entry, {&ToyEngine::pass, &ToyEngine::fail, &ToyEngine::pass}), 3);
-  EXPECT_EQ(engine.seen, "none step ");
-  EXPECT_EQ(entry.get("seen"), Value("none"));
+TEST_F(SupportStepTest, SubstepsShareOneRequestAndStopAtTheFirstFailure) {
+  seen.clear();
+  Value entry = dictOf({{"workAllProducts", setOf({"r13"})}, {"workProductList", arrayOf({"r11"})}});
+  EXPECT_EQ(runSupportSteps(manifest_, entry, {pass, fail, pass}), 3);
+  EXPECT_EQ(runSupportSteps(legacy_, entry, {pass, pass}), 0);
+  EXPECT_EQ(seen, "r13 r13 r11+ r11+ ");
+  EXPECT_EQ(runSupportSteps(legacy_, entry, {}), 0);
+
+  seen.clear();
+  EXPECT_EQ(supportWorkStep<fail>(legacy_, entry), 3);
+  EXPECT_EQ(seen, "r11+ ");
 }
 
 }  // namespace

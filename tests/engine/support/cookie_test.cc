@@ -32,12 +32,12 @@ class LeaveCookieTest : public SupportStepTest {};
 
 TEST_F(LeaveCookieTest, RecordsTheCookieUnlessAskedNotTo) {
   manifest_.options.set("noCookie", "yes");
-  EXPECT_EQ(leaveCookie(manifest_, Value()), 0);
+  EXPECT_EQ(leaveCookie(manifest_, manifest_.supportRequest(Value())), 0);
   EXPECT_EQ(logText(), "");
   EXPECT_EQ(manifest_.modified.count(), 0u);
 
   manifest_.options.set("noCookie", "true");  // only y... strings count
-  EXPECT_EQ(leaveCookie(manifest_, Value()), 0);
+  EXPECT_EQ(leaveCookie(manifest_, manifest_.supportRequest(Value())), 0);
   EXPECT_EQ(logText(), "+++ Oreo's left.  No milk.\n");
   Value cookie = manifest_.modified.get("VelmarBSCookie.plist");
   EXPECT_EQ(cookie.get("source"), Value(dir_.path()));

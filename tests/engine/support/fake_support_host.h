@@ -33,7 +33,16 @@ class FakeSupportHost : public SupportHost {
   Value kept = Value::makeSet();
   Value modified = Value::makeDict();
 
-  bool legacyMessages() const override { return legacy_; }
+  // Each engine's entry keys; the legacy manner also reports scrubs.
+  SupportRequest supportRequest(const Value& entry) const override {
+    SupportRequest request;
+    request.deviceClasses = entry.get(legacy_ ? "workDeviceClassList" : "workAllDeviceClasses");
+    request.products = entry.get(legacy_ ? "workProductList" : "workAllProducts");
+    request.personalizationVariants =
+        entry.get(legacy_ ? "workPersonalizationVariantList" : "workAllPersonalizationVariants");
+    request.reportScrubs = legacy_;
+    return request;
+  }
   std::string supportBundleRoot() const override { return root_; }
   BundleView& supportBundleView() override {
     if (!view_) view_ = openFolderView(root_);

@@ -40,7 +40,7 @@ class FirmwareMapStepTest : public SupportStepTest {
 TEST_F(FirmwareMapStepTest, MissingOrUnreadableFilesWarnAndRecordNothing) {
   for (auto* step : {stripRestoreFirmwareDeviceMapDotTxt, stripRestoreFirmwareDeviceMapDotPlist,
                      stripRestoreFirmwareTargetMapDotTxt, stripRestoreFirmwarePlatformKeysDotPlist})
-    EXPECT_EQ(step(manifest_, manifestEntry), 0);
+    EXPECT_EQ(step(manifest_, manifest_.supportRequest(manifestEntry)), 0);
   // The missing plist is reported under the text map's name.
   EXPECT_EQ(takeLog(),
             "!!! WARNING: \"Restore/Firmware/device_map.txt\" not found.\n"
@@ -48,7 +48,7 @@ TEST_F(FirmwareMapStepTest, MissingOrUnreadableFilesWarnAndRecordNothing) {
             "!!! WARNING: target_map.txt not found.\n"
             "!!! WARNING: \"Restore/Firmware/platform_keys.plist\" not found.\n");
   put(kTargetMapText, "r13 \xff\xfe\n");
-  EXPECT_EQ(stripRestoreFirmwareTargetMapDotTxt(manifest_, manifestEntry), 0);
+  EXPECT_EQ(stripRestoreFirmwareTargetMapDotTxt(manifest_, manifest_.supportRequest(manifestEntry)), 0);
   EXPECT_EQ(
       logText(),
       "!!! WARNING: target_map.txt could not be read - The file \u201ctarget_map.txt\u201d couldn\u2019t "
@@ -58,31 +58,31 @@ TEST_F(FirmwareMapStepTest, MissingOrUnreadableFilesWarnAndRecordNothing) {
 
 TEST_F(FirmwareMapStepTest, TextMapsLogFoundAndInLegacyMannerScrubbed) {
   put(kDeviceMapText, "r13ap 0 0 0 Corvid2,1\nr31ap 0 0 0 Tabula1,1\n\nr22ap\n");
-  EXPECT_EQ(stripRestoreFirmwareDeviceMapDotTxt(manifest_, manifestEntry), 0);
+  EXPECT_EQ(stripRestoreFirmwareDeviceMapDotTxt(manifest_, manifest_.supportRequest(manifestEntry)), 0);
   EXPECT_EQ(takeLog(), "+++ device_map.txt found Corvid2,1.\n");
   EXPECT_EQ(manifest_.modified.get(kDeviceMapText), Value("r13ap 0 0 0 Corvid2,1\n"));
-  stripRestoreFirmwareDeviceMapDotTxt(legacy_, legacyEntry);
+  stripRestoreFirmwareDeviceMapDotTxt(legacy_, legacy_.supportRequest(legacyEntry));
   EXPECT_EQ(takeLog(), "+++ device_map.txt found Corvid2,1.\n--- device_map.txt scrub Tabula1,1.\n");
 
   // A kept line without a label still leaves the class "not found".
   put(kDeviceMapText, "r13ap 1\n");
-  stripRestoreFirmwareDeviceMapDotTxt(legacy_, legacyEntry);
+  stripRestoreFirmwareDeviceMapDotTxt(legacy_, legacy_.supportRequest(legacyEntry));
   EXPECT_EQ(takeLog(), "!!! WARNING: device_map.txt r13ap not found.\n");
   EXPECT_EQ(legacy_.modified.get(kDeviceMapText), Value("r13ap 1\n"));
 
   put(kTargetMapText, "r31 x\n");
-  stripRestoreFirmwareTargetMapDotTxt(manifest_, manifestEntry);
+  stripRestoreFirmwareTargetMapDotTxt(manifest_, manifest_.supportRequest(manifestEntry));
   EXPECT_EQ(takeLog(), "!!! WARNING: target_map.txt r13 not found.\n");
   EXPECT_EQ(manifest_.modified.get(kTargetMapText), Value(""));
   put(kTargetMapText, "R13 board\nr31 x\n");
-  stripRestoreFirmwareTargetMapDotTxt(legacy_, legacyEntry);
+  stripRestoreFirmwareTargetMapDotTxt(legacy_, legacy_.supportRequest(legacyEntry));
   EXPECT_EQ(takeLog(), "+++ target_map.txt found R13 board.\n--- target_map.txt scrub r31 x.\n");
 }
 
 TEST_F(FirmwareMapStepTest, PlistMapsKeepMatchingEntries) {
   // Keys must equal a device class, ignoring case.
   put(kDeviceMapPlist, toXml(dictOf({{"R13AP", 1}, {"r31ap", 2}, {"r13ap-dev", 3}})));
-  stripRestoreFirmwareDeviceMapDotPlist(legacy_, legacyEntry);
+  stripRestoreFirmwareDeviceMapDotPlist(legacy_, legacy_.supportRequest(legacyEntry));
   EXPECT_EQ(takeLog(), "+++ device_map.plist found R13AP.\n--- device_map.plist scrub r13ap-dev, r31ap.\n");
   EXPECT_EQ(legacy_.modified.get(kDeviceMapPlist), dictOf({{"R13AP", 1}}));
 
@@ -90,11 +90,11 @@ TEST_F(FirmwareMapStepTest, PlistMapsKeepMatchingEntries) {
       dictOf({{"PlatformKeys", arrayOf({dictOf({{"PlatformName", "xr2130x"}})})}, {"Other", "kept"}});
   put(kPlatformKeys, toXml(keys));
   // Unknown boards add no processor.
-  stripRestoreFirmwarePlatformKeysDotPlist(manifest_, dictOf({{"workAllProducts", setOf({"r13", "zz"})}}));
+  stripRestoreFirmwarePlatformKeysDotPlist(manifest_, SupportRequest{.products = setOf({"r13", "zz"})});
   EXPECT_EQ(takeLog(), "!!! WARNING: platform_keys.plist r13, zz (xr2120x) not found.\n");
   EXPECT_EQ(manifest_.modified.get(kPlatformKeys),
             dictOf({{"PlatformKeys", arrayOf({})}, {"Other", "kept"}}));
-  stripRestoreFirmwarePlatformKeysDotPlist(legacy_, dictOf({{"workProductList", arrayOf({"r31"})}}));
+  stripRestoreFirmwarePlatformKeysDotPlist(legacy_, SupportRequest{.products = arrayOf({"r31"}), .reportScrubs = true});
   EXPECT_EQ(takeLog(), "+++ platform_keys.plist found xr2130x.\n");
   EXPECT_EQ(legacy_.modified.get(kPlatformKeys), keys);
 }

@@ -29,18 +29,18 @@ class FolderScrubTest : public SupportStepTest {
 
 TEST_F(FolderScrubTest, PackagesKeepEverythingBelowAMatch) {
   put("Orrin RPKGs/ReadMe.txt");
-  EXPECT_EQ(stripRPKGs(manifest_, entry), 0);
+  EXPECT_EQ(stripRPKGs(manifest_, manifest_.supportRequest(entry)), 0);
   // Borrowed from the platform-keys step, placeholders and all.
   EXPECT_EQ(takeLog(), "!!! WARNING: platform_keys.plist (null) ((null)) not found.\n");
 
   for (const char* p : {"r13.RPKG/Payload", "r31_FullInternal.rpkg/Payload", "r31.RPKG/Payload"})
     put(std::string("Orrin RPKGs/") + p);
-  stripRPKGs(manifest_, entry);
+  stripRPKGs(manifest_, manifest_.supportRequest(entry));
   EXPECT_EQ(takeLog(), "+++ RPKGs found Orrin RPKGs/r13.RPKG.\n");
   EXPECT_EQ(manifest_.kept, setOf({"Orrin RPKGs/r13.RPKG/Payload"}));
   // The legacy stations include the full internal image, so another board's
   // internal package comes along; each miss is warned per board code.
-  stripRPKGs(legacy_, entry);
+  stripRPKGsPerBoard(legacy_, legacy_.supportRequest(entry));
   EXPECT_EQ(takeLog(),
             "!!! WARNING Cannot find RPKG for r13.\n"
             "--- RPKGs scrub Orrin RPKGs/r31.RPKG.\n"
@@ -57,11 +57,11 @@ TEST_F(FolderScrubTest, UnwantedFoldersAreSilentOrScrubbed) {
                         "UnencryptedImages/u.dmg", "HomeDiagnostic.dmg"})
     put(p);
   for (auto* step : {stripRPKGs, stripDebugFolder, stripBundleImages, stripHomeDiags, stripSDKs})
-    EXPECT_EQ(step(manifest_, entry), 0);
+    EXPECT_EQ(step(manifest_, manifest_.supportRequest(entry)), 0);
   EXPECT_EQ(logText(), "");
   for (auto* step :
-       {stripRPKGs, stripDebugFolder, stripUnencryptedImages, stripHomeDiags, stripSDKs, stripBundleImages})
-    EXPECT_EQ(step(legacy_, entry), 0);
+       {stripRPKGsPerBoard, stripDebugFolder, stripUnencryptedImages, stripHomeDiags, stripSDKs, stripBundleImages})
+    EXPECT_EQ(step(legacy_, legacy_.supportRequest(entry)), 0);
   // Legacy listings count the folder itself; a plain file is still scrubbed.
   EXPECT_EQ(logText(),
             "--- RPKGs scrub 2 items.\n"
@@ -74,19 +74,19 @@ TEST_F(FolderScrubTest, UnwantedFoldersAreSilentOrScrubbed) {
 
 TEST_F(FolderScrubTest, KeptFoldersKeepTheirDirectItemsAndEmptyOnesLogNothing) {
   fs::create_directories(dir_ / "Debug");
-  stripDebugFolder(manifest_, entry);
+  stripDebugFolder(manifest_, manifest_.supportRequest(entry));
   EXPECT_EQ(logText(), "");
   put("Debug/a");
   put("Debug/sub/b");
-  stripDebugFolder(manifest_, entry);
+  stripDebugFolder(manifest_, manifest_.supportRequest(entry));
   EXPECT_EQ(logText(), "+++ Debug folder found 2 items.\n");
   EXPECT_EQ(manifest_.keepCalls, (std::vector<Paths>{{}, {"Debug/a", "Debug/sub"}}));
 }
 
 TEST_F(FolderScrubTest, LinkedImagesKeepTargetThenLinkButAPlainFileIsNoLink) {
   put("HomeDiagnostic.dmg");
-  stripHomeDiags(manifest_, entry);
-  stripHomeDiags(legacy_, entry);
+  stripHomeDiags(manifest_, manifest_.supportRequest(entry));
+  stripHomeDiags(legacy_, legacy_.supportRequest(entry));
   EXPECT_EQ(takeLog(), "");
   EXPECT_EQ(legacy_.keepCalls, (std::vector<Paths>{{}}));  // its (empty) partial list
 
@@ -94,8 +94,8 @@ TEST_F(FolderScrubTest, LinkedImagesKeepTargetThenLinkButAPlainFileIsNoLink) {
   put("Images/HD-1.dmg");
   link("HomeDiagnostic.dmg", "Images/HD-1.dmg");
   link("CorvidSDKInternalNonUI.dmg", "SDK-7.dmg");
-  stripHomeDiags(manifest_, entry);
-  stripSDKs(manifest_, entry);
+  stripHomeDiags(manifest_, manifest_.supportRequest(entry));
+  stripSDKs(manifest_, manifest_.supportRequest(entry));
   EXPECT_EQ(takeLog(), "+++ HomeDiagnostics found.\n+++ NonUI SDK found \"SDK-7.dmg\".\n");
   EXPECT_EQ(manifest_.keepCalls,
             (std::vector<Paths>{
@@ -106,11 +106,11 @@ TEST_F(FolderScrubTest, FactoryImageNeedsItsSignature) {
   const std::string missing =
       "+++ Either FactoryDiskImage or signature file is missing. Include non of them.\n";
   put("FactoryDiskImage.dmg");
-  stripFactoryDiskImage(manifest_, entry);
+  stripFactoryDiskImage(manifest_, manifest_.supportRequest(entry));
   put("FactoryDiskImage.dmg.signature");
-  stripFactoryDiskImage(manifest_, entry);
+  stripFactoryDiskImage(manifest_, manifest_.supportRequest(entry));
   fs::remove(dir_ / "FactoryDiskImage.dmg");
-  stripFactoryDiskImage(manifest_, entry);
+  stripFactoryDiskImage(manifest_, manifest_.supportRequest(entry));
   EXPECT_EQ(logText(), missing + "+++ FactoryDiskImage and signature file found.\n" + missing);
   EXPECT_EQ(manifest_.keepCalls,
             (std::vector<Paths>{{"FactoryDiskImage.dmg", "FactoryDiskImage.dmg.signature"}}));

@@ -20,10 +20,10 @@ class InvisiblesTest : public SupportStepTest {};
 TEST_F(InvisiblesTest, ManifestMannerDropsMatchesOnlyAndThenHasNothingToSay) {
   manifest_.kept =
       setOf({"Debug/.ds_store", "Debug/.svn", "Debug/.svn/entries", "Restore/.bc_cache", "Restore/a"});
-  EXPECT_EQ(stripInvisibles(manifest_, Value()), 0);
+  EXPECT_EQ(stripInvisibles(manifest_, manifest_.supportRequest(Value())), 0);
   EXPECT_EQ(takeLog(), "--- invisibles scrub 3 items.\n");
   EXPECT_EQ(manifest_.kept, setOf({"Debug/.svn/entries", "Restore/a"}));
-  EXPECT_EQ(stripInvisibles(manifest_, Value()), 0);
+  EXPECT_EQ(stripInvisibles(manifest_, manifest_.supportRequest(Value())), 0);
   EXPECT_EQ(logText(), "");
 }
 
@@ -32,7 +32,7 @@ TEST_F(InvisiblesTest, LegacyDropsEverythingBelowAMatch) {
   put("Debug/.svn/props/p");
   put("Debug/log");
   legacy_.kept = setOf({"Debug", "Debug/.svn", "Debug/.svn/entries", "Debug/log"});
-  EXPECT_EQ(stripInvisibles(legacy_, Value()), 0);
+  EXPECT_EQ(stripInvisiblesWithContents(legacy_, legacy_.supportRequest(Value())), 0);
   // The count covers the listed subtree, kept or not.
   EXPECT_EQ(logText(), "--- invisibles scrub 4 items.\n");
   EXPECT_EQ(legacy_.kept, setOf({"Debug", "Debug/log"}));

@@ -24,8 +24,9 @@ TEST_F(RestoreToolsTest, SingleCandidateBecomesTheToolsImage) {
   // Resource forks, other files and other links with their targets are no candidates.
   for (const char* name : {"TOOLS.DMG", "._Tools.dmg", "notes.txt", "HD.dmg"}) put(name);
   link("HomeDiagnostic.dmg", "HD.dmg");
-  for (FakeSupportHost* host : {&manifest_, &legacy_}) {
-    EXPECT_EQ(stripRestoreTools(*host, entry), 0);
+  // Both forms apply the same guess.
+  for (auto [host, step] : {std::pair{&manifest_, &stripRestoreTools}, std::pair{&legacy_, &stripRestoreToolsChecked}}) {
+    EXPECT_EQ(step(*host, host->supportRequest(entry)), 0);
     EXPECT_EQ(
         takeLog(),
         "!!! WARNING: assuming single disk image \"TOOLS.DMG\" at root is the RestoreTools disk image.\n");
@@ -36,13 +37,13 @@ TEST_F(RestoreToolsTest, SingleCandidateBecomesTheToolsImage) {
 
 TEST_F(RestoreToolsTest, APlainToolsImageStaysAloneNoneOrSeveralAreAllKept) {
   put("RestoreTools.dmg");  // a plain tools image alone is left alone
-  stripRestoreTools(manifest_, entry);
+  stripRestoreTools(manifest_, manifest_.supportRequest(entry));
   EXPECT_EQ(logText(), "");
   fs::remove(dir_ / "RestoreTools.dmg");
-  stripRestoreTools(manifest_, entry);
+  stripRestoreTools(manifest_, manifest_.supportRequest(entry));
   EXPECT_EQ(takeLog(), unable(0, ""));
   for (const char* name : {"a.dmg", "b.dmg", "c.dmg"}) put(name);
-  stripRestoreTools(manifest_, entry);
+  stripRestoreTools(manifest_, manifest_.supportRequest(entry));
   EXPECT_EQ(takeLog(), unable(3, "a.dmg, b.dmg, c.dmg"));
   EXPECT_EQ(manifest_.keepCalls, (std::vector<Paths>{{}, {"a.dmg", "b.dmg", "c.dmg"}}));
   EXPECT_EQ(manifest_.modified.count(), 0u);
@@ -50,16 +51,16 @@ TEST_F(RestoreToolsTest, APlainToolsImageStaysAloneNoneOrSeveralAreAllKept) {
 
 TEST_F(RestoreToolsTest, LinkKeepsTargetAndLinkButLegacyNeedsTheTargetInTheBundle) {
   link("RestoreTools.dmg", "Tools-9.dmg");
-  EXPECT_EQ(stripRestoreTools(legacy_, entry), 1);
+  EXPECT_EQ(stripRestoreToolsChecked(legacy_, legacy_.supportRequest(entry)), 1);
   EXPECT_EQ(takeLog(), "XXX ERROR: RestoreTools \"Tools-9.dmg\" missing from bundle.\n");
   put("Tools-9.dmg");
   put("Other.dmg");
-  EXPECT_EQ(stripRestoreTools(manifest_, entry), 0);
+  EXPECT_EQ(stripRestoreTools(manifest_, manifest_.supportRequest(entry)), 0);
   EXPECT_EQ(takeLog(), "+++ RestoreTools found Tools-9.dmg.\n");
   EXPECT_EQ(manifest_.keepCalls, (std::vector<Paths>{{"Tools-9.dmg", "RestoreTools.dmg"}}));
-  EXPECT_EQ(stripRestoreTools(legacy_, entry), 0);
+  EXPECT_EQ(stripRestoreToolsChecked(legacy_, legacy_.supportRequest(entry)), 0);
   legacy_.options.set("noSymLinks", "YES");
-  EXPECT_EQ(stripRestoreTools(legacy_, entry), 0);
+  EXPECT_EQ(stripRestoreToolsChecked(legacy_, legacy_.supportRequest(entry)), 0);
   EXPECT_EQ(logText(),
             "+++ RestoreTools found RestoreTools.dmg Tools-9.dmg.\n"
             "+++ RestoreTools found RestoreTools.dmg Tools-9.dmg.\n");

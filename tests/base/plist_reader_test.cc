@@ -1,0 +1,345 @@
+// The property-list readers against libplist (the oracle) on trusted files,
+// and on their own against hostile ones.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "base/file_bytes.h"
+#include "base/plist_io.h"
+#include "base/plist_readers.h"
+#include "synth/bundle_builder.h"
+#include "synth/sample_bundles.h"
+#include "tests/base/libplist_oracle.h"
+#include "tests/base/value_literals.h"
+
+namespace velmar {
+namespace {
+
+// Same kinds, same key order, same contents; dates to the microsecond,
+// which is what libplist keeps of them.
+::testing::AssertionResult identical(const Value& a, const Value& b, const std::string& where = "root") {
+  if (a.type() != b.type()) return ::testing::AssertionFailure() << where << ": kinds differ";
+  switch (a.type()) {
+    case Value::Type::Date:
+      if (std::fabs(a.dateValue().seconds - b.dateValue().seconds) > 1e-6)
+        return ::testing::AssertionFailure() << where << ": dates differ";
+      break;
+    case Value::Type::Real:
+      if (!(a.realValue() == b.realValue()) && !(std::isnan(a.realValue()) && std::isnan(b.realValue())))
+        return ::testing::AssertionFailure() << where << ": " << a.realValue() << " != " << b.realValue();
+      break;
+    case Value::Type::Array:
+      if (a.count() != b.count()) return ::testing::AssertionFailure() << where << ": array sizes differ";
+      for (size_t i = 0; i < a.count(); ++i)
+        if (auto r = identical(a.arr()[i], b.arr()[i], where + "[" + std::to_string(i) + "]"); !r) return r;
+      break;
+    case Value::Type::Dict: {
+      if (a.dict().keys() != b.dict().keys())
+        return ::testing::AssertionFailure() << where << ": keys differ";
+      for (const auto& [key, item] : a.dict())
+        if (auto r = identical(item, b.get(key), where + "." + key); !r) return r;
+      break;
+    }
+    default:
+      if (a != b)
+        return ::testing::AssertionFailure() << where << ": " << a.description() << " != " << b.description();
+  }
+  return ::testing::AssertionSuccess();
+}
+
+void expectSameAsOracle(const std::string& bytes, const std::string& what) {
+  Value oracle = testing::parseWithLibplist(bytes);
+  ASSERT_FALSE(oracle.isNull()) << what << ": libplist cannot read it";
+  EXPECT_TRUE(identical(parsePropertyList(bytes), oracle)) << what;
+}
+
+std::string xmlPlist(const std::string& body) {
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+         "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+         "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+         "<plist version=\"1.0\">\n" + body + "\n</plist>\n";
+}
+
+TEST(PlistReaderTest, SamplePropertyListsReadAsLibplistReadsThem) {
+  std::filesystem::path sample = std::filesystem::path(VELMAR_SOURCE_DIR) / "sample";
+  int files = 0;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(sample)) {
+    if (entry.path().extension() != ".plist") continue;
+    std::string bytes;
+    ASSERT_EQ(readFileBytes(entry.path(), &bytes), 0);
+    expectSameAsOracle(bytes, entry.path());
+    expectSameAsOracle(toBinary(parsePropertyList(bytes)), entry.path().string() + " as binary");
+    ++files;
+  }
+  EXPECT_GE(files, 5);
+}
+
+TEST(PlistReaderTest, SynthesizedBundlesReadAsLibplistReadsThem) {
+  for (const auto& bundle : {synth::sampleBundle(), synth::largeBundle(synth::kLargeBundleProducts)}) {
+    for (const synth::BundleEntry& entry : synth::layoutBundle(bundle)) {
+      if (!entry.path.ends_with(".plist") || entry.kind != synth::BundleEntry::Kind::File) continue;
+      expectSameAsOracle(entry.contents, entry.path);
+      if (entry.contents.size() > 1000000) {
+        // The large manifest once more in binary, where writers share
+        // every repeated string.
+        expectSameAsOracle(toBinary(parsePropertyList(entry.contents)), entry.path + " as binary");
+      }
+    }
+  }
+}
+
+TEST(PlistReaderTest, OddButValidXmlReadsAsLibplistReadsIt) {
+  const std::vector<std::string> bodies = {
+      // Entities, character references, CDATA, raw UTF-8, carriage returns.
+      "<dict><key>a&amp;b</key><string>&lt;&gt;&quot;&apos;&#65;&#x263A;&#x1F600;</string>"
+      "<key>c</key><string><![CDATA[<not> &markup;]]> and &amp; more</string>"
+      "<key>u</key><string>caf\xC3\xA9 \xE2\x82\xAC</string>"
+      "<key>crlf</key><string>one\r\ntwo</string></dict>",
+      // Empty and blank strings and keys.
+      "<dict><key></key><string/><key>e</key><string></string><key>w</key><string>  \t </string>"
+      "<key> padded </key><string> x </string></dict>",
+      // Integers: signs, base prefixes, the edges of 64 bits, blanks.
+      "<array><integer>-5</integer><integer>+7</integer><integer>0x1F</integer><integer>017</integer>"
+      "<integer>18446744073709551615</integer><integer>9223372036854775808</integer>"
+      "<integer>-9223372036854775808</integer><integer> 42 </integer><integer/><integer>0</integer></array>",
+      // Reals.
+      "<array><real>1.5</real><real>-0.0</real><real>1e308</real><real>3</real><real>.5</real>"
+      "<real>-2.25e-3</real><real/></array>",
+      // Dates.
+      "<array><date>2001-01-01T00:00:00Z</date><date>1970-01-01T00:00:00Z</date>"
+      "<date>2038-01-19T03:14:08Z</date><date>2024-02-29T23:59:59Z</date></array>",
+      // Data: line breaks, tabs, padding, empty.
+      "<dict><key>d1</key><data>\n\tAAEC\n\tAwQF\n\tBg==\n\t</data><key>d2</key><data>QQ==</data>"
+      "<key>d3</key><data>QUI=</data><key>d4</key><data/><key>d5</key><data></data>"
+      "<key>d6</key><data>SGVsbG8gd29ybGQ=</data></dict>",
+      // Booleans written both ways, empty containers, nesting.
+      "<dict><key>t</key><true/><key>f</key><false/><key>t2</key><true></true>"
+      "<key>ed</key><dict/><key>ea</key><array/><key>ed2</key><dict></dict>"
+      "<key>n</key><array><array><dict><key>x</key><array><integer>1</integer></array></dict></array></array></dict>",
+      // A later duplicate key replaces the value in place; comments anywhere
+      // between elements.
+      "<dict><key>a</key><integer>1</integer><!-- note --><key>b</key><integer>2</integer>"
+      "<key>a</key><string>again</string></dict>",
+      // A key outside a dictionary is a string.
+      "<array><key>k</key><string>s</string></array>",
+      // Scalars at the root.
+      "<string>only</string>",
+      "<integer>12</integer>",
+      "<true/>",
+  };
+  for (const std::string& body : bodies) {
+    expectSameAsOracle(xmlPlist(body), body);
+    expectSameAsOracle(body, "without prolog or <plist>: " + body);
+  }
+  // libplist refuses an empty key written as <key/> though it reads
+  // <key></key>; both are the empty key.
+  EXPECT_EQ(parsePropertyList(xmlPlist("<dict><key/><string>x</string></dict>")), testing::dictOf({{"", "x"}}));
+  // Many keys: past any index a dictionary keeps.
+  std::string many = "<dict>";
+  for (int i = 0; i < 300; ++i)
+    many += "<key>k" + std::to_string(299 - i) + "</key><integer>" + std::to_string(i) + "</integer>";
+  expectSameAsOracle(xmlPlist(many + "</dict>"), "300 keys");
+}
+
+TEST(PlistReaderTest, OddButValidBinaryReadsAsLibplistReadsIt) {
+  Value odd = testing::dictOf({{"neg", -1}, {"big", Value(static_cast<long long>(1) << 40)},
+                               {"max", Value(INT64_MAX)}, {"min", Value(INT64_MIN)},
+                               {"small", 200}, {"mid", 70000}, {"r", 0.1}, {"nan-ish", 1e-300},
+                               {"utf16", "caf\xC3\xA9 \xF0\x9F\x98\x80"}, {"empty", ""},
+                               {"d", Value(Date{600000000.25})}, {"data", Value::makeData(std::string(300, 'x'))},
+                               {"long", std::string(5000, 'y')}});
+  Value shared = testing::arrayOf({odd, odd, testing::arrayOf({odd, "x", "x"})});
+  for (const Value& v : {odd, shared}) expectSameAsOracle(toBinary(v), v.description().substr(0, 60));
+  // libplist reads a date before 2001 with a fraction of a second wrongly
+  // (-1.5 as -0.5); the reader keeps the written value.
+  EXPECT_EQ(parsePropertyList(toBinary(Value(Date{-1.5}))).dateValue().seconds, -1.5);
+}
+
+TEST(PlistReaderTest, XmlWithAByteOrderMarkReads) {
+  std::string bytes = "\xEF\xBB\xBF" + xmlPlist("<dict><key>k</key><string>v</string></dict>");
+  EXPECT_EQ(parsePropertyList(bytes), testing::dictOf({{"k", "v"}}));
+}
+
+TEST(PlistReaderTest, MalformedXmlIsRefused) {
+  for (const char* bad : {
+           "<plist><dict><key>a</key>",                                   // unclosed
+           "<plist><dict><string>no key</string></dict></plist>",         // value without key
+           "<plist><dict><key>a</key><integer>1</integer></array></plist>",  // mismatched tag
+           "<plist><unknown/></plist>",                                   // not a plist type
+           "<plist></plist>",                                             // nothing inside
+           "<plist><string>&bogus;</string></plist>",                      // unknown entity
+           "<plist><string>&#0;</string></plist>",                         // NUL reference
+           "<plist><string>a &amp b</string></plist>",                     // unterminated reference
+           "<plist><data>!!!!</data></plist>",                            // not base64
+           "<plist><string>a<b/>c</string></plist>",                      // element in a scalar
+           "<plist><array>text<string/></array></plist>",                 // text in a container
+           "just text",
+           "\xEF\xBB\xBF",
+       }) {
+    EXPECT_TRUE(parsePropertyList(bad).isNull()) << bad;
+  }
+}
+
+TEST(PlistReaderTest, DocumentTypeDeclarationsAreNeverInterpreted) {
+  // Entities the internal subset defines stay unknown: no file is opened
+  // and nothing expands.
+  const std::string external = "<!DOCTYPE plist [<!ENTITY x SYSTEM \"file:///etc/passwd\">]>"
+                               "<plist><string>&x;</string></plist>";
+  std::string laughs = "<!DOCTYPE plist [<!ENTITY a \"aaaaaaaaaa\">";
+  for (char c = 'b'; c <= 'j'; ++c)
+    laughs += std::string("<!ENTITY ") + c + " \"" + std::string(10, '&') + "\">";
+  laughs += "]><plist><string>&j;</string></plist>";
+  EXPECT_TRUE(parsePropertyList(external).isNull());
+  EXPECT_TRUE(parsePropertyList(laughs).isNull());
+  // A declaration that defines nothing used is skipped.
+  EXPECT_EQ(parsePropertyList("<!DOCTYPE plist [<!ENTITY y \"z\">]><plist><string>s</string></plist>"),
+            Value("s"));
+}
+
+std::string nestedXml(int levels) {
+  std::string s = "<plist>";
+  for (int i = 0; i < levels; ++i) s += "<array>";
+  for (int i = 0; i < levels; ++i) s += "</array>";
+  return s + "</plist>";
+}
+
+TEST(PlistReaderTest, XmlNestingIsRefusedPastTheLimitWithoutExhaustingTheStack) {
+  EXPECT_FALSE(parsePropertyList(nestedXml(kMaxPropertyListDepth + 1)).isNull());
+  EXPECT_TRUE(parsePropertyList(nestedXml(kMaxPropertyListDepth + 2)).isNull());
+  EXPECT_TRUE(parsePropertyList(nestedXml(200000)).isNull());
+}
+
+// A binary property list from its objects' bytes: offsets and the trailer
+// are computed, references are `refWidth` bytes wide.
+std::string binaryPlist(const std::vector<std::string>& objects, int refWidth, uint64_t root = 0) {
+  std::string out = "bplist00";
+  std::vector<uint64_t> offsets;
+  for (const std::string& o : objects) {
+    offsets.push_back(out.size());
+    out += o;
+  }
+  const int offsetWidth = 8;
+  uint64_t tableOffset = out.size();
+  auto bigEndian = [&](uint64_t v, int width) {
+    for (int i = width - 1; i >= 0; --i) out += static_cast<char>((v >> (8 * i)) & 0xFF);
+  };
+  for (uint64_t o : offsets) bigEndian(o, offsetWidth);
+  out += std::string(6, '\0');
+  out += static_cast<char>(offsetWidth);
+  out += static_cast<char>(refWidth);
+  bigEndian(objects.size(), 8);
+  bigEndian(root, 8);
+  bigEndian(tableOffset, 8);
+  return out;
+}
+
+std::string ref(uint64_t index, int width) {
+  std::string out;
+  for (int i = width - 1; i >= 0; --i) out += static_cast<char>((index >> (8 * i)) & 0xFF);
+  return out;
+}
+
+// An array object of `n` (< 15) references.
+std::string arrayObject(const std::vector<uint64_t>& refs, int width) {
+  std::string out(1, static_cast<char>(0xA0 | refs.size()));
+  for (uint64_t r : refs) out += ref(r, width);
+  return out;
+}
+
+TEST(PlistReaderTest, BinaryDictionaryKeyHoldingNulIsRefused) {
+  // { "<U+0000>": true }, the key a UTF-16 string of one NUL code unit.
+  std::string bytes = binaryPlist({"\xD1\x01\x02", std::string("\x61\x00\x00", 3), "\x09"}, 1);
+  EXPECT_TRUE(parsePropertyList(bytes).isNull());
+  // The same with an ASCII key "a" reads.
+  EXPECT_EQ(parsePropertyList(binaryPlist({"\xD1\x01\x02", "\x51" "a", "\x09"}, 1)),
+            testing::dictOf({{"a", true}}));
+}
+
+std::string nestedBinary(int levels) {
+  std::vector<std::string> objects;
+  for (int i = 0; i + 1 < levels; ++i) objects.push_back(arrayObject({static_cast<uint64_t>(i + 1)}, 4));
+  objects.push_back(arrayObject({}, 4));
+  return binaryPlist(objects, 4);
+}
+
+TEST(PlistReaderTest, BinaryNestingIsRefusedPastTheLimitWithoutExhaustingTheStack) {
+  EXPECT_FALSE(parsePropertyList(nestedBinary(kMaxPropertyListDepth + 1)).isNull());
+  EXPECT_TRUE(parsePropertyList(nestedBinary(kMaxPropertyListDepth + 2)).isNull());
+  EXPECT_TRUE(parsePropertyList(nestedBinary(100000)).isNull());
+}
+
+// Level k is an array of `fanOut` references to level k + 1; the last level
+// is a string. Every level is one object, shared by all its referrers.
+std::string sharedReferences(int fanOut, int levels) {
+  std::vector<std::string> objects;
+  for (int k = 0; k < levels; ++k)
+    objects.push_back(arrayObject(std::vector<uint64_t>(fanOut, static_cast<uint64_t>(k + 1)), 1));
+  objects.push_back("\x51x");
+  return binaryPlist(objects, 1);
+}
+
+TEST(PlistReaderTest, SharedReferencesStaySharedAndTheirExpansionIsBounded) {
+  std::string bomb = sharedReferences(10, 9);
+  EXPECT_LT(bomb.size(), 600u);
+  EXPECT_TRUE(parsePropertyList(bomb).isNull());
+
+  // A little sharing reads, as libplist reads it, and costs one object.
+  std::string modest = sharedReferences(10, 2);
+  Value v = parsePropertyList(modest);
+  expectSameAsOracle(modest, "10 x 10 shared references");
+  EXPECT_TRUE(v.arr()[0].sharesStorageWith(v.arr()[9]));
+}
+
+TEST(PlistReaderTest, BinaryCyclesAndBadReferencesAreRefused) {
+  EXPECT_TRUE(parsePropertyList(binaryPlist({arrayObject({0}, 1)}, 1)).isNull());          // self
+  EXPECT_TRUE(parsePropertyList(binaryPlist({arrayObject({1}, 1), arrayObject({0}, 1)}, 1)).isNull());
+  EXPECT_TRUE(parsePropertyList(binaryPlist({arrayObject({7}, 1)}, 1)).isNull());          // past the end
+  EXPECT_TRUE(parsePropertyList(binaryPlist({"\x09"}, 1, 3)).isNull());                     // bad root
+  EXPECT_TRUE(parsePropertyList(binaryPlist({"\x5F\x10\xFF" "abc"}, 1)).isNull());         // long length
+  EXPECT_TRUE(parsePropertyList(binaryPlist({"\x00"}, 1)).isNull());                        // null object
+  EXPECT_TRUE(parsePropertyList("bplist00garbage").isNull());
+}
+
+// The fuzzing seeds: files from another writer read as libplist reads them,
+// the hostile ones to null.
+TEST(PlistReaderTest, FuzzSeedsReadAsExpected) {
+  const std::filesystem::path seeds = std::filesystem::path(VELMAR_SOURCE_DIR) / "fuzz/corpus/plist";
+  auto read = [&](const char* name) {
+    std::string bytes;
+    EXPECT_EQ(readFileBytes(seeds / name, &bytes), 0) << name;
+    return bytes;
+  };
+  for (const char* valid : {"manifest.xml", "manifest.bplist", "entities.xml"})
+    expectSameAsOracle(read(valid), valid);
+  EXPECT_TRUE(identical(parsePropertyList(read("manifest.xml")), parsePropertyList(read("manifest.bplist"))));
+  EXPECT_EQ(parsePropertyList(read("bom.xml")), testing::dictOf({{"k", "v"}}));
+  for (const char* hostile : {"nul-key.bplist", "shared-bomb.bplist", "cycle.bplist", "deep.bplist", "deep.xml",
+                              "doctype-entity.xml"})
+    EXPECT_TRUE(parsePropertyList(read(hostile)).isNull()) << hostile;
+}
+
+// Every single-byte change and every truncation of a valid file reads to
+// something or to null, never crashes.
+TEST(PlistReaderTest, DamagedFilesNeverCrash) {
+  Value sample = testing::dictOf({{"a", testing::arrayOf({1, "two", 3.5, true})},
+                                  {"d", Value::makeData("\x01\x02\x03")}, {"t", Value(Date{1000})},
+                                  {"n", testing::dictOf({{"k", "v"}, {"u", "caf\xC3\xA9"}})}});
+  for (const std::string& good : {toBinary(sample), toXml(sample)}) {
+    for (size_t i = 0; i < good.size(); ++i) {
+      for (unsigned char flip : {0x01, 0x80, 0xFF}) {
+        std::string bad = good;
+        bad[i] = static_cast<char>(bad[i] ^ flip);
+        parsePropertyList(bad);
+      }
+      parsePropertyList(std::string_view(good).substr(0, i));
+    }
+  }
+}
+
+}  // namespace
+}  // namespace velmar
