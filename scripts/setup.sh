@@ -22,6 +22,7 @@ packages=(
   dpkg-dev file                      # the package: dpkg-shlibdeps finds the libraries' packages
   desktop-file-utils appstream       # checking the package's desktop entry and AppStream data
   man-db                             # checking the package's manual pages with man -l
+  time                               # /usr/bin/time -v: peak memory in the tool benchmark
 )
 
 missing=()
