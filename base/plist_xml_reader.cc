@@ -272,17 +272,19 @@ class XmlReader {
   void skipBlanks() {
     while (p_ != end_ && isBlank(*p_)) ++p_;
   }
-  // Moves past the next `terminator`; false when there is none.
+  // Moves past the next `terminator`; false when there is none or a NUL
+  // comes first (a NUL anywhere in a document cuts it short).
   bool skipPast(std::string_view terminator) {
     std::string_view rest(p_, static_cast<size_t>(end_ - p_));
     size_t at = rest.find(terminator);
-    if (at == std::string_view::npos) return false;
+    if (at == std::string_view::npos || std::memchr(p_, '\0', at) != nullptr) return false;
     p_ += at + terminator.size();
     return true;
   }
 
   // At "<": skips a comment or a processing instruction (the XML
-  // declaration among them). False when there is none here or it is unclosed.
+  // declaration among them), which must name its target. False when there
+  // is none here or it is unclosed.
   bool skipCommentOrInstruction() {
     if (lookingAt("<!--")) {
       p_ += 4;
@@ -290,34 +292,54 @@ class XmlReader {
     }
     if (lookingAt("<?")) {
       p_ += 2;
+      if (atEnd() || !startsName(*p_)) return false;
       return skipPast("?>");
     }
     return false;
   }
+  static bool startsName(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == ':' ||
+           static_cast<unsigned char>(c) >= 0x80;
+  }
+  static bool inName(char c) { return startsName(c) || (c >= '0' && c <= '9') || c == '-' || c == '.'; }
+  // Moves past an element or attribute name; false when there is none here.
+  bool name(std::string_view* out) {
+    const char* start = p_;
+    if (atEnd() || !startsName(*p_)) return false;
+    while (p_ != end_ && inName(*p_)) ++p_;
+    *out = std::string_view(start, static_cast<size_t>(p_ - start));
+    return true;
+  }
   bool atCommentOrInstruction() const { return lookingAt("<!--") || lookingAt("<?"); }
 
   // Skips a document type declaration, internal subset included, without
-  // reading anything it declares.
+  // reading anything it declares: quoted strings, comments and instructions
+  // are skipped whole, "<!" opens a declaration that ">" closes, and any
+  // other "<" is an error.
   bool skipDoctype() {
     p_ += 9;  // "<!DOCTYPE"
-    int brackets = 0;
+    int open = 0;  // declarations open inside the internal subset
     while (p_ != end_) {
       char c = *p_;
       if (c == '"' || c == '\'') {
         ++p_;
         const char* close = static_cast<const char*>(std::memchr(p_, c, static_cast<size_t>(end_ - p_)));
-        if (!close) return false;
+        if (!close || std::memchr(p_, '\0', static_cast<size_t>(close - p_))) return false;
         p_ = close + 1;
-      } else if (c == '<' && brackets > 0 && atCommentOrInstruction()) {
-        if (!skipCommentOrInstruction()) return false;
-      } else if (c == '[') {
-        ++brackets, ++p_;
-      } else if (c == ']') {
-        if (--brackets < 0) return false;
+      } else if (c == '<') {
+        if (atCommentOrInstruction()) {
+          if (!skipCommentOrInstruction()) return false;
+        } else if (lookingAt("<!")) {
+          ++open;
+          p_ += 2;
+        } else {
+          return false;
+        }
+      } else if (c == '>') {
         ++p_;
-      } else if (c == '>' && brackets == 0) {
-        ++p_;
-        return true;
+        if (open-- == 0) return true;
+      } else if (c == '\0') {
+        return false;
       } else {
         ++p_;
       }
@@ -358,11 +380,7 @@ class XmlReader {
   // Attributes are checked for form and otherwise ignored.
   bool startTag(Tag* tag) {
     ++p_;
-    const char* name = p_;
-    while (p_ != end_ && !isBlank(*p_) && *p_ != '>' && *p_ != '/' && *p_ != '=' && *p_ != '<' && *p_ != '\0')
-      ++p_;
-    if (p_ == name || p_ == end_ || *name == '!') return false;
-    tag->name = std::string_view(name, static_cast<size_t>(p_ - name));
+    if (!name(&tag->name)) return false;
     for (;;) {
       bool spaced = p_ != end_ && isBlank(*p_);
       skipBlanks();
@@ -380,10 +398,8 @@ class XmlReader {
       }
       if (!spaced) return false;
       // name = "value" or 'value'
-      const char* attribute = p_;
-      while (p_ != end_ && !isBlank(*p_) && *p_ != '=' && *p_ != '>' && *p_ != '/' && *p_ != '<' && *p_ != '\0')
-        ++p_;
-      if (p_ == attribute) return false;
+      std::string_view attribute;
+      if (!name(&attribute)) return false;
       skipBlanks();
       if (atEnd() || *p_ != '=') return false;
       ++p_;

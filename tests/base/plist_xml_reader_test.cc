@@ -46,6 +46,10 @@ TEST(PlistXmlReaderTest, TagsMustMatchAtEveryDepth) {
            "<plist><string>a<!-- never closed</string></plist>",
            "<plist><string><![CDATA[never closed</string></plist>",
            "<plist><array/><?pi never closed</plist>",
+           "<plist version=\"1<0\"><array/></plist>",        // "<" in an attribute value
+           "<plist 1a=\"x\"><array/></plist>",               // not a name
+           "<plist><array/><? no target ?></plist>",
+           "<plist><1array/></plist>",
        }) {
     EXPECT_TRUE(parse(bad).isNull()) << bad;
   }
@@ -96,6 +100,10 @@ TEST(PlistXmlReaderTest, DocumentTypeDeclarationsAreReadPastWhateverTheyHold) {
   EXPECT_EQ(parse(tricky), Value("s"));
   EXPECT_TRUE(parse("<!DOCTYPE plist [<!ENTITY x \"y\">").isNull());  // never closed
   EXPECT_TRUE(parse("<plist><!DOCTYPE plist><string>s</string></plist>").isNull());
+  EXPECT_TRUE(parse("<!DOCTYPE plist PUBLIC \"a\"<\"b\"><plist><string>s</string></plist>").isNull());
+  // A NUL cuts a document short wherever it stands before the root's end.
+  EXPECT_TRUE(parse(bytes("<!DOCTYPE plist \"a\0b\"><plist><string>s</string></plist>")).isNull());
+  EXPECT_TRUE(parse(bytes("<!-- \0 --><plist><string>s</string></plist>")).isNull());
 }
 
 TEST(PlistXmlReaderTest, DeepDictionariesAreRefusedPastTheLimit) {
