@@ -303,7 +303,7 @@ class XmlReader {
   }
   static bool inName(char c) { return startsName(c) || (c >= '0' && c <= '9') || c == '-' || c == '.'; }
   // Moves past an element or attribute name; false when there is none here.
-  bool name(std::string_view* out) {
+  bool readName(std::string_view* out) {
     const char* start = p_;
     if (atEnd() || !startsName(*p_)) return false;
     while (p_ != end_ && inName(*p_)) ++p_;
@@ -380,7 +380,7 @@ class XmlReader {
   // Attributes are checked for form and otherwise ignored.
   bool startTag(Tag* tag) {
     ++p_;
-    if (!name(&tag->name)) return false;
+    if (!readName(&tag->name)) return false;
     for (;;) {
       bool spaced = p_ != end_ && isBlank(*p_);
       skipBlanks();
@@ -399,7 +399,7 @@ class XmlReader {
       if (!spaced) return false;
       // name = "value" or 'value'
       std::string_view attribute;
-      if (!name(&attribute)) return false;
+      if (!readName(&attribute)) return false;
       skipBlanks();
       if (atEnd() || *p_ != '=') return false;
       ++p_;
