@@ -1,6 +1,8 @@
-// The XML property-list reader: pugixml parses the document (iteratively,
-// so no nesting depth can exhaust the stack there), then a depth-checked
-// walk turns elements into Values.
+// The XML property-list reader: one pass over the bytes that builds Values
+// as their end tags arrive. Open containers live on an explicit stack (no
+// recursion, so no nesting can exhaust the call stack) whose depth is
+// checked against kMaxPropertyListDepth; no tree of the document is ever
+// built, so reading costs little more than the Values it yields.
 //
 // The rules follow what the project has always accepted: an optional <plist>
 // around the root, dictionaries as <key>/value pairs in file order (a later
@@ -9,18 +11,20 @@
 // the signed range kept bit for bit, reals as strtod reads them, dates as
 // "YYYY-MM-DDTHH:MM:SSZ", data as base64 broken by any whitespace, and the
 // five predefined entities plus numeric character references in strings
-// and keys. The document type declaration is skipped, never interpreted:
-// entities it defines are unknown entities and refuse the file, so neither
-// external entities nor entity expansion can happen.
+// and keys. Comments and processing instructions are skipped anywhere, the
+// document type declaration is skipped, never interpreted: entities it
+// defines are unknown entities and refuse the file, so neither external
+// entities nor entity expansion can happen. Tags must match, and text
+// outside the root element may only be blank.
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 #include <optional>
-#include <pugixml.hpp>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/plist_readers.h"
@@ -29,20 +33,13 @@ namespace velmar {
 
 namespace {
 
-// Comments, processing instructions and the document type declaration are
-// skipped; whitespace between elements is dropped unless it is all there is
-// in an element (an all-blank <string>); a text child goes into its
-// element's own node, which halves the size of the parsed tree.
-constexpr unsigned kParseOptions =
-    pugi::parse_cdata | pugi::parse_ws_pcdata_single | pugi::parse_embed_pcdata;
-
 constexpr double kUnixSecondsAt2001 = 978307200;
 
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
-bool allBlank(const char* s) {
-  for (; *s; ++s)
-    if (!isBlank(*s)) return false;
+bool allBlank(std::string_view s) {
+  for (char c : s)
+    if (!isBlank(c)) return false;
   return true;
 }
 
@@ -66,14 +63,14 @@ void appendUtf8(std::string* out, uint32_t cp) {
 
 // Appends `text` with its entity references replaced. False on an unknown
 // or malformed reference.
-bool appendUnescaped(std::string* out, const char* text) {
-  const char* amp;
-  while ((amp = std::strchr(text, '&')) != nullptr) {
-    out->append(text, amp);
-    const char* name = amp + 1;
-    const char* semi = std::strchr(name, ';');
-    if (!semi || semi == name) return false;
-    std::string_view entity(name, static_cast<size_t>(semi - name));
+bool appendUnescaped(std::string* out, std::string_view text) {
+  size_t amp;
+  while ((amp = text.find('&')) != std::string_view::npos) {
+    out->append(text.substr(0, amp));
+    text.remove_prefix(amp + 1);
+    size_t semi = text.find(';');
+    if (semi == std::string_view::npos || semi == 0) return false;
+    std::string_view entity = text.substr(0, semi);
     if (entity == "amp") {
       *out += '&';
     } else if (entity == "lt") {
@@ -96,37 +93,10 @@ bool appendUnescaped(std::string* out, const char* text) {
     } else {
       return false;
     }
-    text = semi + 1;
+    text.remove_prefix(semi + 1);
   }
   out->append(text);
   return true;
-}
-
-// The text of a scalar element: its character data and CDATA sections in
-// order, references replaced in the character data when `unescape` is set
-// (numbers, dates and data take their text as it stands). Nullopt when the
-// element holds another element or a bad reference.
-std::optional<std::string> elementText(pugi::xml_node node, bool unescape) {
-  std::string text;
-  auto add = [&](const char* part, bool cdata) {
-    if (unescape && !cdata) return appendUnescaped(&text, part);
-    text += part;
-    return true;
-  };
-  if (!add(node.value(), false)) return std::nullopt;
-  for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling()) {
-    switch (child.type()) {
-      case pugi::node_pcdata:
-        if (!add(child.value(), false)) return std::nullopt;
-        break;
-      case pugi::node_cdata:
-        if (!add(child.value(), true)) return std::nullopt;
-        break;
-      default:
-        return std::nullopt;
-    }
-  }
-  return text;
 }
 
 std::string_view trimmed(std::string_view s) {
@@ -146,6 +116,8 @@ Value integerFrom(std::string_view text) {
   uint64_t bits = negative ? uint64_t{0} - magnitude : magnitude;
   return Value(static_cast<long long>(bits));
 }
+
+Value realFrom(std::string_view text) { return Value(std::strtod(std::string(text).c_str(), nullptr)); }
 
 Value dateFrom(std::string_view text) {
   std::string_view t = trimmed(text);
@@ -209,132 +181,467 @@ std::optional<std::string> base64Decode(std::string_view text) {
   return out;
 }
 
-class XmlWalker {
+enum class Kind { Dict, Key, String, Array, Integer, Real, True, False, Date, Data, Unknown };
+
+// Most elements are keys, strings and dictionaries: the length and first
+// letter settle nearly every name with one comparison.
+Kind kindOf(std::string_view name) {
+  switch (name.size()) {
+    case 3:
+      return name == "key" ? Kind::Key : Kind::Unknown;
+    case 4:
+      if (name == "dict") return Kind::Dict;
+      if (name == "true") return Kind::True;
+      if (name == "real") return Kind::Real;
+      if (name == "date") return Kind::Date;
+      if (name == "data") return Kind::Data;
+      return Kind::Unknown;
+    case 5:
+      if (name == "array") return Kind::Array;
+      if (name == "false") return Kind::False;
+      return Kind::Unknown;
+    case 6:
+      return name == "string" ? Kind::String : Kind::Unknown;
+    case 7:
+      return name == "integer" ? Kind::Integer : Kind::Unknown;
+    default:
+      return Kind::Unknown;
+  }
+}
+
+struct Tag {
+  std::string_view name;
+  bool empty = false;  // written <name/>
+};
+
+// An open array or dictionary: its members so far, in scratch space that
+// the next container at the same depth reuses, so that a warm reader
+// allocates only for the Values themselves (each sized exactly on close).
+struct OpenContainer {
+  std::string_view name;
+  bool isDict = false;
+  bool hasKey = false;  // a dictionary's last entry has its key, not yet its value
+  std::vector<Value> items;
+  std::vector<Dict::Entry> entries;
+
+  void add(Value v) {
+    if (isDict) {
+      entries.back().second = std::move(v);
+      hasKey = false;
+    } else {
+      items.push_back(std::move(v));
+    }
+  }
+
+  Value close() {
+    if (!isDict) {
+      Array array(std::make_move_iterator(items.begin()), std::make_move_iterator(items.end()));
+      items.clear();
+      return Value(std::move(array));
+    }
+    // A key with no value before the dictionary ends is dropped.
+    if (hasKey) entries.pop_back();
+    Dict dict;
+    dict.reserve(entries.size());
+    for (Dict::Entry& entry : entries) dict.set(std::move(entry.first), std::move(entry.second));
+    entries.clear();
+    return Value(std::move(dict));
+  }
+};
+
+class XmlReader {
  public:
-  // Null when the element or anything under it is not a property-list
-  // value, or nests deeper than the limit.
-  Value value(pugi::xml_node node, int depth) {
-    if (depth > kMaxPropertyListDepth) return Value();
-    const char* name = node.name();
-    // Most elements are keys, dictionaries and strings: test those first.
-    if (name[0] == 'k' && !std::strcmp(name, "key")) return string(node);
-    if (name[0] == 'd' && !std::strcmp(name, "dict")) return dict(node, depth);
-    if (name[0] == 's' && !std::strcmp(name, "string")) return string(node);
-    if (!std::strcmp(name, "array")) return array(node, depth);
-    if (!std::strcmp(name, "true") || !std::strcmp(name, "false")) {
-      if (node.first_child().type() == pugi::node_element) return Value();
-      return Value(name[0] == 't');
-    }
-    std::optional<std::string> text = elementText(node, false);
-    if (!text) return Value();
-    if (!std::strcmp(name, "integer")) return integerFrom(*text);
-    if (!std::strcmp(name, "real")) return Value(std::strtod(text->c_str(), nullptr));
-    if (!std::strcmp(name, "date")) return dateFrom(*text);
-    if (!std::strcmp(name, "data")) {
-      std::optional<std::string> bytes = base64Decode(*text);
-      return bytes ? Value::makeData(std::move(*bytes)) : Value();
-    }
-    return Value();
+  explicit XmlReader(std::string_view bytes) : p_(bytes.data()), end_(bytes.data() + bytes.size()) {}
+
+  Value document() {
+    if (!skipProlog() || atEnd()) return Value();
+    Tag tag;
+    if (!startTag(&tag)) return Value();
+    Value root = tag.name == "plist" ? plistContent(tag) : tree(tag);
+    if (root.isNull() || !skipEpilog()) return Value();
+    return root;
   }
 
  private:
-  static Value string(pugi::xml_node node) {
-    std::optional<std::string> text = elementText(node, true);
-    return text ? Value(std::move(*text)) : Value();
+  enum class Event { Start, End, Error };
+
+  bool atEnd() const { return p_ == end_; }
+  bool lookingAt(std::string_view s) const {
+    return static_cast<size_t>(end_ - p_) >= s.size() && std::memcmp(p_, s.data(), s.size()) == 0;
+  }
+  void skipBlanks() {
+    while (p_ != end_ && isBlank(*p_)) ++p_;
+  }
+  // Moves past the next `terminator`; false when there is none or a NUL
+  // comes first (a NUL anywhere in a document cuts it short).
+  bool skipPast(std::string_view terminator) {
+    std::string_view rest(p_, static_cast<size_t>(end_ - p_));
+    size_t at = rest.find(terminator);
+    if (at == std::string_view::npos || std::memchr(p_, '\0', at) != nullptr) return false;
+    p_ += at + terminator.size();
+    return true;
   }
 
-  // The element children of a container, gathered into scratch space kept
-  // for each depth (one pass over the children, no allocation once warm);
-  // null when the container holds text.
-  const std::vector<pugi::xml_node>* children(pugi::xml_node node, int depth) {
-    if (*node.value() && !allBlank(node.value())) return nullptr;
-    std::vector<pugi::xml_node>& out = scratch_[static_cast<size_t>(depth)];
-    out.clear();
-    for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling()) {
-      pugi::xml_node_type type = child.type();
-      if (type == pugi::node_element) {
-        out.push_back(child);
-      } else if (type != pugi::node_pcdata || !allBlank(child.value())) {
-        return nullptr;
+  // At "<": skips a comment or a processing instruction (the XML
+  // declaration among them), which must name its target. False when there
+  // is none here or it is unclosed.
+  bool skipCommentOrInstruction() {
+    if (lookingAt("<!--")) {
+      p_ += 4;
+      return skipPast("-->");
+    }
+    if (lookingAt("<?")) {
+      p_ += 2;
+      if (atEnd() || !startsName(*p_)) return false;
+      return skipPast("?>");
+    }
+    return false;
+  }
+  static bool startsName(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == ':' ||
+           static_cast<unsigned char>(c) >= 0x80;
+  }
+  static bool inName(char c) { return startsName(c) || (c >= '0' && c <= '9') || c == '-' || c == '.'; }
+  // Moves past an element or attribute name; false when there is none here.
+  bool readName(std::string_view* out) {
+    const char* start = p_;
+    if (atEnd() || !startsName(*p_)) return false;
+    while (p_ != end_ && inName(*p_)) ++p_;
+    *out = std::string_view(start, static_cast<size_t>(p_ - start));
+    return true;
+  }
+  bool atCommentOrInstruction() const { return lookingAt("<!--") || lookingAt("<?"); }
+
+  // Skips a document type declaration, internal subset included, without
+  // reading anything it declares: quoted strings, comments and instructions
+  // are skipped whole, "<!" opens a declaration that ">" closes, and any
+  // other "<" is an error.
+  bool skipDoctype() {
+    p_ += 9;  // "<!DOCTYPE"
+    int open = 0;  // declarations open inside the internal subset
+    while (p_ != end_) {
+      char c = *p_;
+      if (c == '"' || c == '\'') {
+        ++p_;
+        const char* close = static_cast<const char*>(std::memchr(p_, c, static_cast<size_t>(end_ - p_)));
+        if (!close || std::memchr(p_, '\0', static_cast<size_t>(close - p_))) return false;
+        p_ = close + 1;
+      } else if (c == '<') {
+        if (atCommentOrInstruction()) {
+          if (!skipCommentOrInstruction()) return false;
+        } else if (lookingAt("<!")) {
+          ++open;
+          p_ += 2;
+        } else {
+          return false;
+        }
+      } else if (c == '>') {
+        ++p_;
+        if (open-- == 0) return true;
+      } else if (c == '\0') {
+        return false;
+      } else {
+        ++p_;
       }
     }
-    return &out;
+    return false;
   }
 
-  Value array(pugi::xml_node node, int depth) {
-    const std::vector<pugi::xml_node>* elements = children(node, depth);
-    if (!elements) return Value();
-    Array items;
-    items.reserve(elements->size());
-    for (size_t i = 0; i < elements->size(); ++i) {
-      Value item = value((*elements)[i], depth + 1);
-      if (item.isNull()) return Value();
-      items.push_back(std::move(item));
+  // Blanks, comments, instructions and one document type declaration
+  // before the root element; stops at its "<".
+  bool skipProlog() {
+    if (lookingAt("\xEF\xBB\xBF")) p_ += 3;
+    bool doctype = false;
+    for (;;) {
+      skipBlanks();
+      if (atEnd()) return true;
+      if (atCommentOrInstruction()) {
+        if (!skipCommentOrInstruction()) return false;
+      } else if (!doctype && lookingAt("<!DOCTYPE")) {
+        if (!skipDoctype()) return false;
+        doctype = true;
+      } else {
+        return *p_ == '<' && p_ + 1 != end_ && p_[1] != '/' && p_[1] != '!';
+      }
     }
-    return Value(std::move(items));
   }
 
-  Value dict(pugi::xml_node node, int depth) {
-    const std::vector<pugi::xml_node>* elements = children(node, depth);
-    if (!elements) return Value();
-    Dict entries;
-    entries.reserve(elements->size() / 2);
-    // A value needs its key first; a key with no value before the
-    // dictionary ends is dropped.
-    for (size_t i = 0; i + 1 < elements->size(); i += 2) {
-      pugi::xml_node keyNode = (*elements)[i];
-      if (std::strcmp(keyNode.name(), "key") != 0) return Value();
-      std::optional<std::string> key = elementText(keyNode, true);
-      if (!key) return Value();
-      Value item = value((*elements)[i + 1], depth + 1);
-      if (item.isNull()) return Value();
-      entries.set(std::move(*key), std::move(item));
+  // After the root element: blanks, comments and instructions only. A NUL
+  // ends the document, as it ends a C string holding one.
+  bool skipEpilog() {
+    for (;;) {
+      skipBlanks();
+      if (atEnd() || *p_ == '\0') return true;
+      if (!atCommentOrInstruction() || !skipCommentOrInstruction()) return false;
     }
-    if (elements->size() % 2 != 0) {
-      pugi::xml_node last = elements->back();
-      if (std::strcmp(last.name(), "key") != 0 || !elementText(last, true)) return Value();
-    }
-    return Value(std::move(entries));
   }
 
-  // Element children by depth; a depth's vector is reused by every
-  // container at that depth. Sized once, so that no vector a caller holds
-  // ever moves.
-  std::vector<std::vector<pugi::xml_node>> scratch_ =
-      std::vector<std::vector<pugi::xml_node>>(kMaxPropertyListDepth + 1);
+  // At "<" of a start tag: its name and whether it closes itself.
+  // Attributes are checked for form and otherwise ignored.
+  bool startTag(Tag* tag) {
+    ++p_;
+    if (!readName(&tag->name)) return false;
+    for (;;) {
+      bool spaced = p_ != end_ && isBlank(*p_);
+      skipBlanks();
+      if (atEnd()) return false;
+      if (*p_ == '>') {
+        ++p_;
+        tag->empty = false;
+        return true;
+      }
+      if (*p_ == '/') {
+        if (p_ + 1 == end_ || p_[1] != '>') return false;
+        p_ += 2;
+        tag->empty = true;
+        return true;
+      }
+      if (!spaced) return false;
+      // name = "value" or 'value'
+      std::string_view attribute;
+      if (!readName(&attribute)) return false;
+      skipBlanks();
+      if (atEnd() || *p_ != '=') return false;
+      ++p_;
+      skipBlanks();
+      if (atEnd() || (*p_ != '"' && *p_ != '\'')) return false;
+      char quote = *p_++;
+      while (p_ != end_ && *p_ != quote) {
+        if (*p_ == '<' || *p_ == '\0') return false;
+        ++p_;
+      }
+      if (atEnd()) return false;
+      ++p_;
+    }
+  }
+
+  // At "</": true when the end tag closes `name`.
+  bool endTag(std::string_view name) {
+    p_ += 2;
+    if (static_cast<size_t>(end_ - p_) < name.size() || std::memcmp(p_, name.data(), name.size()) != 0) return false;
+    p_ += name.size();
+    skipBlanks();
+    if (atEnd() || *p_ != '>') return false;
+    ++p_;
+    return true;
+  }
+
+  // Character data up to the next "<"; false at the end of the input or on
+  // a NUL (both mean the file was cut short or is not text).
+  bool textRun(std::string_view* text) {
+    const char* start = p_;
+    while (p_ != end_ && *p_ != '<') {
+      if (*p_ == '\0') return false;
+      ++p_;
+    }
+    *text = std::string_view(start, static_cast<size_t>(p_ - start));
+    return p_ != end_;
+  }
+
+  // The content of a scalar element up to its end tag: character data and
+  // CDATA sections in order, references replaced in the character data
+  // when `unescape` is set (numbers, dates and data take their text as it
+  // stands), comments and instructions left out. A blank run between two
+  // pieces of markup counts only when it is all the element holds so far
+  // and ends at the end tag. False when the element holds another element
+  // or a bad reference. A single plain run is returned where it lies.
+  bool scalarText(std::string_view name, bool unescape, std::string_view* out) {
+    std::string_view view;
+    bool copied = false;  // the text is in scratch_, not in `view`
+    int parts = 0;
+    bool firstIsText = false;
+    auto add = [&](std::string_view piece, bool escaped) {
+      bool references = escaped && piece.find('&') != std::string_view::npos;
+      if (parts == 0 && !references) {
+        view = piece;
+        return true;
+      }
+      if (!copied) {
+        scratch_.assign(view);
+        copied = true;
+      }
+      if (references) return appendUnescaped(&scratch_, piece);
+      scratch_.append(piece);
+      return true;
+    };
+    for (;;) {
+      std::string_view text;
+      if (!textRun(&text)) return false;
+      if (!text.empty()) {
+        bool keep = !allBlank(text) ||
+                    (lookingAt("</") && (parts == 0 || (parts == 1 && firstIsText)));
+        if (keep) {
+          if (!add(text, unescape)) return false;
+          if (parts++ == 0) firstIsText = true;
+        }
+      }
+      if (lookingAt("</")) {
+        if (!endTag(name)) return false;
+        *out = copied ? std::string_view(scratch_) : view;
+        return true;
+      }
+      if (lookingAt("<![CDATA[")) {
+        p_ += 9;
+        const char* start = p_;
+        if (!skipPast("]]>")) return false;
+        if (!add(std::string_view(start, static_cast<size_t>(p_ - 3 - start)), false)) return false;
+        ++parts;
+      } else if (!skipCommentOrInstruction()) {
+        return false;
+      }
+    }
+  }
+
+  // A scalar element, its content and end tag read. Null when it is not a
+  // property-list value.
+  Value scalar(Kind kind, const Tag& tag) {
+    std::string_view text;
+    if (!tag.empty && !scalarText(tag.name, kind == Kind::Key || kind == Kind::String, &text)) return Value();
+    switch (kind) {
+      case Kind::Key:
+      case Kind::String:
+        return Value(std::string(text));
+      case Kind::True:
+        return Value(true);
+      case Kind::False:
+        return Value(false);
+      case Kind::Integer:
+        return integerFrom(text);
+      case Kind::Real:
+        return realFrom(text);
+      case Kind::Date:
+        return dateFrom(text);
+      case Kind::Data: {
+        std::optional<std::string> bytes = base64Decode(text);
+        return bytes ? Value::makeData(std::move(*bytes)) : Value();
+      }
+      default:
+        return Value();
+    }
+  }
+
+  // Inside an open container: the next start tag of a value, or its end
+  // tag. A dictionary's keys are read here, straight into its next entry.
+  Event next(OpenContainer& open, Tag* tag) {
+    for (;;) {
+      skipBlanks();
+      if (atEnd() || *p_ != '<') return Event::Error;  // text in a container
+      if (lookingAt("</")) return endTag(open.name) ? Event::End : Event::Error;
+      if (p_ + 1 != end_ && (p_[1] == '!' || p_[1] == '?')) {
+        if (!skipCommentOrInstruction()) return Event::Error;  // CDATA, too
+        continue;
+      }
+      if (!startTag(tag)) return Event::Error;
+      if (!open.isDict || open.hasKey) return Event::Start;
+      if (tag->name != "key") return Event::Error;  // a value needs its key first
+      open.entries.emplace_back();
+      std::string_view key;
+      if (!tag->empty) {
+        if (!scalarText(tag->name, true, &key)) return Event::Error;
+        open.entries.back().first.assign(key);
+      }
+      open.hasKey = true;
+    }
+  }
+
+  // The value whose start tag is `tag`, through its end tag.
+  Value tree(Tag tag) {
+    size_t depth = 0;  // containers open
+    for (;;) {
+      if (depth > static_cast<size_t>(kMaxPropertyListDepth)) return Value();
+      Kind kind = kindOf(tag.name);
+      Value done;
+      if ((kind == Kind::Array || kind == Kind::Dict) && !tag.empty) {
+        if (open_.size() == depth) open_.emplace_back();
+        OpenContainer& open = open_[depth++];
+        open.name = tag.name;
+        open.isDict = kind == Kind::Dict;
+        open.hasKey = false;
+      } else if (kind == Kind::Array) {
+        done = Value(Array());
+      } else if (kind == Kind::Dict) {
+        done = Value(Dict());
+      } else {
+        done = scalar(kind, tag);
+        if (done.isNull()) return Value();
+      }
+      // Hand finished values to their containers, closing those that end,
+      // until the next value starts.
+      for (;;) {
+        if (!done.isNull()) {
+          if (depth == 0) return done;
+          open_[depth - 1].add(std::move(done));
+          done = Value();
+        }
+        Event event = next(open_[depth - 1], &tag);
+        if (event == Event::Error) return Value();
+        if (event == Event::Start) break;
+        done = open_[--depth].close();
+      }
+    }
+  }
+
+  // Skips a whole element (checked for form, not for meaning).
+  bool skipElement(const Tag& first) {
+    if (first.empty) return true;
+    std::vector<std::string_view> names = {first.name};
+    for (;;) {
+      std::string_view text;
+      if (!textRun(&text)) return false;
+      if (lookingAt("</")) {
+        if (!endTag(names.back())) return false;
+        names.pop_back();
+        if (names.empty()) return true;
+      } else if (lookingAt("<![CDATA[")) {
+        if (!skipPast("]]>")) return false;
+      } else if (atCommentOrInstruction()) {
+        if (!skipCommentOrInstruction()) return false;
+      } else {
+        Tag tag;
+        if (!startTag(&tag)) return false;
+        if (tag.empty) continue;
+        if (names.size() > static_cast<size_t>(kMaxPropertyListDepth)) return false;
+        names.push_back(tag.name);
+      }
+    }
+  }
+
+  // The content of <plist>: its first element is the value; text and any
+  // later elements are ignored, as they always have been.
+  Value plistContent(const Tag& plist) {
+    if (plist.empty) return Value();
+    Value root;
+    for (;;) {
+      std::string_view text;
+      if (!textRun(&text)) return Value();
+      if (lookingAt("</")) return endTag(plist.name) ? root : Value();
+      if (lookingAt("<![CDATA[")) {
+        if (!skipPast("]]>")) return Value();
+      } else if (atCommentOrInstruction()) {
+        if (!skipCommentOrInstruction()) return Value();
+      } else {
+        Tag tag;
+        if (!startTag(&tag)) return Value();
+        if (root.isNull()) {
+          root = tree(tag);
+          if (root.isNull()) return Value();
+        } else if (!skipElement(tag)) {
+          return Value();
+        }
+      }
+    }
+  }
+
+  const char* p_;
+  const char* end_;
+  std::vector<OpenContainer> open_;  // by depth; entries past the current depth are scratch
+  std::string scratch_;              // a scalar's text when it is not one plain run
 };
-
-Value rootValue(const pugi::xml_document& doc) {
-  pugi::xml_node root = doc.document_element();
-  if (!root) return Value();
-  if (!std::strcmp(root.name(), "plist")) {
-    root = root.find_child([](pugi::xml_node n) { return n.type() == pugi::node_element; });
-    if (!root) return Value();
-  }
-  return XmlWalker().value(root, 0);
-}
-
-std::string_view withoutByteOrderMark(std::string_view bytes) {
-  if (bytes.substr(0, 3) == "\xEF\xBB\xBF") bytes.remove_prefix(3);
-  return bytes;
-}
 
 }  // namespace
 
-Value parseXmlPropertyList(std::string_view bytes) {
-  bytes = withoutByteOrderMark(bytes);
-  pugi::xml_document doc;
-  if (!doc.load_buffer(bytes.data(), bytes.size(), kParseOptions, pugi::encoding_utf8)) return Value();
-  return rootValue(doc);
-}
+Value parseXmlPropertyList(std::string_view bytes) { return XmlReader(bytes).document(); }
 
-Value parseXmlPropertyListInPlace(std::string& buffer) {
-  size_t skip = buffer.size() - withoutByteOrderMark(buffer).size();
-  pugi::xml_document doc;
-  if (!doc.load_buffer_inplace(buffer.data() + skip, buffer.size() - skip, kParseOptions,
-                               pugi::encoding_utf8))
-    return Value();
-  return rootValue(doc);
-}
+Value parseXmlPropertyListInPlace(std::string& buffer) { return parseXmlPropertyList(buffer); }
 
 }  // namespace velmar
