@@ -32,16 +32,6 @@ bool logFailure(const char* action, const std::string& path, int err) {
   return false;
 }
 
-std::string readLink(int dirFd, const std::string& name) {
-  std::string text(256, '\0');
-  for (;;) {
-    ssize_t n = ::readlinkat(dirFd, name.c_str(), text.data(), text.size());
-    if (n < 0) return std::string();
-    if (static_cast<size_t>(n) < text.size()) return text.substr(0, static_cast<size_t>(n));
-    text.resize(text.size() * 2);
-  }
-}
-
 int writeAll(int fd, const std::string& bytes) {
   size_t done = 0;
   while (done < bytes.size()) {
@@ -57,8 +47,8 @@ int writeAll(int fd, const std::string& bytes) {
 
 }  // namespace
 
-BundleWriter::BundleWriter(std::string sourceRoot, BundleWriterOptions options)
-    : sourceRoot_(std::move(sourceRoot)), options_(options) {}
+BundleWriter::BundleWriter(BundleView& source, BundleWriterOptions options)
+    : source_(source), options_(options) {}
 
 // An error line starts a line of its own, not the end of the progress line.
 bool BundleWriter::refuse(const std::string& path, const std::string& why) {
@@ -84,59 +74,77 @@ bool BundleWriter::lookupFailed(const std::string& path, int err) {
 bool BundleWriter::plan(const Value& strippedManifest, const Value& modifiedFiles) {
   kept_.clear();
   modified_.clear();
-  UniqueFd source(::open(sourceRoot_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (!source.valid()) return fail("read the bundle", sourceRoot_, errno);
+  EntryInfo root;
+  if (int err = source_.entryInfo("", &root)) return fail("read the bundle", source_.location(), err);
 
   std::unordered_set<std::string> seen;
   for (const Value& path : strippedManifest.arr()) {
     if (path.isString() && !seen.insert(path.str()).second) continue;
-    if (!planKept(source.get(), path)) return false;
+    if (!planKept(path)) return false;
   }
   for (const auto& [path, contents] : modifiedFiles.dict())
-    if (!planModified(source.get(), path, contents)) return false;
+    if (!planModified(path, contents)) return false;
   return checkNothingBeneathFiles();
 }
 
-bool BundleWriter::planKept(int sourceFd, const Value& pathValue) {
+// A path must be a plain relative path, and a name that the results (a
+// property list) and the log (one line) can carry faithfully.
+bool BundleWriter::checkPath(const std::string& path) {
+  std::string problem = relativePathProblem(path);
+  if (problem.empty()) problem = nameTextProblem(path);
+  if (!problem.empty()) return refuse(path, "the path " + problem);
+  return true;
+}
+
+bool BundleWriter::planKept(const Value& pathValue) {
   if (!pathValue.isString()) return refuse(pathValue.description(), "a kept path is not a string");
   const std::string& path = pathValue.str();
-  std::string problem = relativePathProblem(path);
-  if (!problem.empty()) return refuse(path, "the path " + problem);
+  if (!checkPath(path)) return false;
 
   // The folders on the way may be links that stay inside the bundle; the
   // entry itself is taken as it is, a link included.
-  UniqueFd parent(openBeneath(sourceFd, parentPath(path), O_PATH | O_DIRECTORY));
-  if (!parent.valid()) return lookupFailed(path, -parent.release());
-  const std::string leaf = lastComponent(path);
-  struct stat st;
-  if (::fstatat(parent.get(), leaf.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
-    return fail("read", path, errno);
+  EntryInfo info;
+  if (int err = source_.entryInfo(path, &info)) return lookupFailed(path, err);
 
   Item item;
   item.path = path;
   item.source = path;
-  item.mode = st.st_mode & kPermissionBits;
-  item.times[0] = st.st_atim;
-  item.times[1] = st.st_mtim;
-  if (S_ISDIR(st.st_mode)) {
-    item.kind = Kind::Folder;
-  } else if (S_ISREG(st.st_mode)) {
-    item.kind = Kind::File;
-    item.size = static_cast<uint64_t>(st.st_size);
-  } else if (S_ISLNK(st.st_mode)) {
-    item.kind = Kind::Link;
-    item.bytes = readLink(parent.get(), leaf);
-    if (item.bytes.empty()) return fail("read the link", path, errno ? errno : EINVAL);
-  } else {
-    return refuse(path, "it is not a file, a folder or a symbolic link");
+  item.mode = info.mode & kPermissionBits;
+  item.times[0] = info.accessed;
+  item.times[1] = info.modified;
+  switch (info.kind) {
+    case EntryKind::Folder:
+      item.kind = Kind::Folder;
+      break;
+    case EntryKind::File:
+      item.kind = Kind::File;
+      item.size = info.size;
+      break;
+    case EntryKind::Link: {
+      item.kind = Kind::Link;
+      item.bytes = info.linkTarget;
+      if (item.bytes.empty()) return fail("read the link", path, EINVAL);
+      // The link is recreated as it is, so it must lead where it leads in
+      // the bundle: inside. A stripped bundle is handed on, and a link to
+      // "/etc/passwd" or "../../x" would show its receiver a file of theirs.
+      const std::string why = "it is a symbolic link to \"" + item.bytes + "\", outside the bundle";
+      if (!resolveLinkText(path, item.bytes)) return refuse(path, why);
+      EntryInfo target;
+      int err = source_.targetInfo(path, &target);
+      if (err == EXDEV || err == ELOOP) return refuse(path, why);
+      break;
+    }
+    case EntryKind::Missing:
+      return fail("read", path, ENOENT);
+    case EntryKind::Other:
+      return refuse(path, "it is not a file, a folder or a symbolic link");
   }
   kept_.push_back(std::move(item));
   return true;
 }
 
-bool BundleWriter::planModified(int sourceFd, const std::string& path, const Value& contents) {
-  std::string problem = relativePathProblem(path);
-  if (!problem.empty()) return refuse(path, "the path " + problem);
+bool BundleWriter::planModified(const std::string& path, const Value& contents) {
+  if (!checkPath(path)) return false;
 
   Item item;
   item.kind = Kind::Contents;
@@ -149,30 +157,27 @@ bool BundleWriter::planModified(int sourceFd, const std::string& path, const Val
     const std::string& text = contents.dataValue().bytes;
     if (text.empty() || text.find('\0') != std::string::npos)
       return refuse(path, "its link target is empty or holds a NUL character");
+    std::optional<std::string> named = resolveLinkText(path, text);
+    if (!named) return refuse(path, "its link \"" + text + "\" names a file outside the bundle");
     if (!options_.noSymLinks) {
       item.kind = Kind::Link;
       item.bytes = text;
     } else {
-      std::optional<std::string> named = resolveLinkText(path, text);
-      if (!named) return refuse(path, "its link \"" + text + "\" names a file outside the bundle");
-      UniqueFd file(openBeneath(sourceFd, *named, O_RDONLY | O_NONBLOCK));
-      if (!file.valid()) {
-        int err = -file.release();
+      EntryInfo info;
+      if (int err = source_.targetInfo(*named, &info)) {
         if (err == EXDEV)
           return refuse(
               path, "its link \"" + text + "\" leads outside the bundle through a symbolic link");
         return fail("read", *named, err);
       }
-      struct stat st;
-      if (::fstat(file.get(), &st) != 0) return fail("read", *named, errno);
-      if (!S_ISREG(st.st_mode))
+      if (info.kind != EntryKind::File)
         return refuse(path, "its link \"" + text + "\" does not name a regular file");
       item.kind = Kind::FileCopy;
       item.source = *named;
-      item.mode = st.st_mode & kPermissionBits;
-      item.times[0] = st.st_atim;
-      item.times[1] = st.st_mtim;
-      item.size = static_cast<uint64_t>(st.st_size);
+      item.mode = info.mode & kPermissionBits;
+      item.times[0] = info.accessed;
+      item.times[1] = info.modified;
+      item.size = info.size;
     }
   } else {
     return refuse(path, "its new contents are neither a dictionary, a string nor data");
@@ -208,8 +213,6 @@ bool BundleWriter::checkNothingBeneathFiles() {
 // ---- writing --------------------------------------------------------------
 
 bool BundleWriter::write(const std::string& folder) {
-  UniqueFd source(::open(sourceRoot_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (!source.valid()) return fail("read the bundle", sourceRoot_, errno);
   UniqueFd target(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!target.valid()) return fail("write", folder, errno);
 
@@ -225,15 +228,15 @@ bool BundleWriter::write(const std::string& folder) {
   progress_ = &progress;
   bool ok = true;
   for (const Item& item : kept_)
-    if (ok) ok = writeItem(source.get(), target.get(), item, false);
+    if (ok) ok = writeItem(target.get(), item, false);
   for (const Item& item : modified_)
-    if (ok) ok = writeItem(source.get(), target.get(), item, true);
+    if (ok) ok = writeItem(target.get(), item, true);
   progress.finish();
   progress_ = nullptr;
   return ok && finishFolders(target.get());
 }
 
-bool BundleWriter::writeItem(int sourceFd, int targetFd, const Item& item, bool replace) {
+bool BundleWriter::writeItem(int targetFd, const Item& item, bool replace) {
   UniqueFd parent(makeFoldersBeneath(targetFd, parentPath(item.path)));
   if (!parent.valid()) {
     int err = -parent.release();
@@ -277,37 +280,49 @@ bool BundleWriter::writeItem(int sourceFd, int targetFd, const Item& item, bool 
     }
     case Kind::File:
     case Kind::FileCopy:
-      return copyFile(sourceFd, parent.get(), item);
+      return copyFile(parent.get(), item);
   }
   return false;
 }
 
-bool BundleWriter::copyFile(int sourceFd, int parentFd, const Item& item) {
-  UniqueFd in;
+bool BundleWriter::copyFile(int parentFd, const Item& item) {
   if (item.kind == Kind::File) {
-    // Kept files are taken as they are: a link put in their place since
-    // the plan is not followed.
-    UniqueFd folder(openBeneath(sourceFd, parentPath(item.source), O_PATH | O_DIRECTORY));
-    if (!folder.valid()) return lookupFailed(item.source, -folder.release());
-    in.reset(::openat(folder.get(), lastComponent(item.source).c_str(),
-                      O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (!in.valid() && errno == ELOOP) return refuse(item.source, "it is now a symbolic link");
-    if (!in.valid()) return fail("read", item.source, errno);
-  } else {
-    int fd = openBeneath(sourceFd, item.source, O_RDONLY | O_NONBLOCK);
-    if (fd < 0) return lookupFailed(item.source, -fd);
-    in.reset(fd);
+    // Kept files are taken as they are: a link or anything else put in
+    // their place since the plan is not followed.
+    EntryInfo now;
+    if (int err = source_.entryInfo(item.source, &now)) return lookupFailed(item.source, err);
+    if (now.kind == EntryKind::Link) return refuse(item.source, "it is now a symbolic link");
+    if (now.kind != EntryKind::File) return refuse(item.source, "it is no longer a regular file");
+  }
+  UniqueFd in;
+  if (int err = source_.openFile(item.source, &in)) {
+    // A FIFO or device swapped in would block or never end.
+    if (err == EINVAL) return refuse(item.source, "it is no longer a regular file");
+    return lookupFailed(item.source, err);
   }
   struct stat st;
   if (::fstat(in.get(), &st) != 0) return fail("read", item.source, errno);
-  // A FIFO or device swapped in would block or never end.
   if (!S_ISREG(st.st_mode)) return refuse(item.source, "it is no longer a regular file");
+  // What the progress line counted and the engine saw is what is copied:
+  // a file that changed size since would be written torn.
+  const uint64_t expected = static_cast<uint64_t>(st.st_size);
+  if (expected != item.size)
+    return refuse(item.source, "it changed size while the bundle was written (" +
+                                   std::to_string(item.size) + " bytes before, " +
+                                   std::to_string(expected) + " now)");
 
   const std::string leaf = lastComponent(item.path);
   UniqueFd out(
       ::openat(parentFd, leaf.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!out.valid()) return fail("create", item.path, errno);
-  if (int err = copyFileData(in.get(), out.get(), progress_)) return fail("copy", item.path, err);
+  uint64_t copied = 0;
+  if (int err = copyFileData(in.get(), out.get(), progress_, &copied, expected))
+    return fail("copy", item.path, err);
+  if (copied != expected)
+    return refuse(item.source, "it changed size while it was copied (" + std::to_string(expected) +
+                                   " bytes when the copy began, " +
+                                   (copied > expected ? "more" : std::to_string(copied)) +
+                                   " copied)");
   if (::fchmod(out.get(), item.mode) != 0) return fail("set the permissions of", item.path, errno);
   if (::futimens(out.get(), item.times) != 0) return fail("set the times of", item.path, errno);
   if (int err = out.close()) return fail("write", item.path, err);
@@ -364,7 +379,14 @@ int installBundle(BundleWriter& writer, const TargetOptions& target) {
 int writeStrippedBundle(const std::string& sourceRoot, const TargetOptions& target,
                         const BundleWriterOptions& options, const Value& strippedManifest,
                         const Value& modifiedFiles) {
-  BundleWriter writer(sourceRoot, options);
+  std::unique_ptr<BundleView> source = openFolderView(sourceRoot);
+  return writeStrippedBundle(*source, target, options, strippedManifest, modifiedFiles);
+}
+
+int writeStrippedBundle(BundleView& source, const TargetOptions& target,
+                        const BundleWriterOptions& options, const Value& strippedManifest,
+                        const Value& modifiedFiles) {
+  BundleWriter writer(source, options);
   if (!writer.plan(strippedManifest, modifiedFiles)) {
     LogObject::sharedLogger().Log("XXX ERROR: the stripped bundle was not written to \"%s\".",
                                   target.path);

@@ -3,9 +3,15 @@
 // The results name bundle paths, and a bundle may come from anywhere, so
 // every path is treated as hostile: plan() checks them all against the
 // source before anything is written (an absolute path, a "..", an empty
-// component, or a path that leaves the bundle through a symbolic link is
+// component, a name no property list can hold, a path that leaves the bundle
+// through a symbolic link, or a kept link whose target leaves it, is
 // refused), and write() creates every entry relative to folder descriptors,
 // exclusively, never following a link in the target.
+//
+// The source is read only through its BundleView, so a folder and a disk
+// image serve alike, and a path the engine spelt in another case than the
+// disk is read from the one entry it matches and written as the engine
+// spelt it.
 
 #ifndef VELMAR_TOOL_BUNDLE_WRITER_H_
 #define VELMAR_TOOL_BUNDLE_WRITER_H_
@@ -17,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "base/bundle_view.h"
 #include "base/value.h"
 
 namespace velmar::tool {
@@ -32,7 +39,8 @@ struct BundleWriterOptions {
 
 class BundleWriter {
  public:
-  BundleWriter(std::string sourceRoot, BundleWriterOptions options);
+  // `source` must outlive the writer.
+  BundleWriter(BundleView& source, BundleWriterOptions options);
 
   // Checks the results against the source and lays out the work. Logs the
   // first problem and answers false; nothing is written either way.
@@ -65,15 +73,16 @@ class BundleWriter {
   bool fail(const char* action, const std::string& path, int err);
   bool lookupFailed(const std::string& path, int err);
 
-  bool planKept(int sourceFd, const Value& path);
-  bool planModified(int sourceFd, const std::string& path, const Value& contents);
+  bool checkPath(const std::string& path);
+  bool planKept(const Value& path);
+  bool planModified(const std::string& path, const Value& contents);
   bool checkNothingBeneathFiles();
 
-  bool writeItem(int sourceFd, int targetFd, const Item& item, bool replace);
-  bool copyFile(int sourceFd, int parentFd, const Item& item);
+  bool writeItem(int targetFd, const Item& item, bool replace);
+  bool copyFile(int parentFd, const Item& item);
   bool finishFolders(int targetFd);
 
-  std::string sourceRoot_;
+  BundleView& source_;
   BundleWriterOptions options_;
   std::vector<Item> kept_;
   std::vector<Item> modified_;
@@ -94,6 +103,10 @@ struct TargetOptions {
 int installBundle(BundleWriter& writer, const TargetOptions& target);
 
 // plan() and installBundle() together.
+int writeStrippedBundle(BundleView& source, const TargetOptions& target,
+                        const BundleWriterOptions& options, const Value& strippedManifest,
+                        const Value& modifiedFiles);
+// The same for a bundle folder on disk.
 int writeStrippedBundle(const std::string& sourceRoot, const TargetOptions& target,
                         const BundleWriterOptions& options, const Value& strippedManifest,
                         const Value& modifiedFiles);

@@ -10,6 +10,7 @@
 #include "tool/engine_choice.h"
 #include "tool/exit_status.h"
 #include "tool/queries.h"
+#include "tool/reporting_view.h"
 #include "base/safe_path.h"
 #include "tool/source_bundle.h"
 
@@ -23,6 +24,24 @@ int exitStatusFor(int32_t engineStatus) {
   return engineStatus > 0 && engineStatus < 256 ? engineStatus : 1;
 }
 
+// Every name in the results must be one a property list and a log line can
+// carry: no control characters, valid UTF-8.
+bool checkResultNames(const Value& strippedManifest, const Value& modifiedFiles) {
+  auto check = [](const std::string& name) {
+    std::string problem = nameTextProblem(name);
+    if (problem.empty()) return true;
+    LogObject::sharedLogger().Log("XXX ERROR: refusing \"%s\": the path %s.", name, problem);
+    return false;
+  };
+  if (strippedManifest.isArray())
+    for (const Value& path : strippedManifest.arr())
+      if (path.isString() && !check(path.str())) return false;
+  if (modifiedFiles.isDict())
+    for (const auto& [path, contents] : modifiedFiles.dict())
+      if (!check(path)) return false;
+  return true;
+}
+
 }  // namespace
 
 int checkTarget(const ToolRequest& request, TargetOptions& target) {
@@ -34,23 +53,27 @@ int checkTarget(const ToolRequest& request, TargetOptions& target) {
         "leave out --encrypt.");
     return kExitUsage;
   }
-  struct stat st;
-  if (::lstat(path.c_str(), &st) == 0 && !request.overwrite) {
-    log.Log("XXX ERROR: the target \"%s\" exists; give --ov to replace it.", path);
-    return kExitUsage;
-  }
-  std::optional<std::string> targetPath = canonicalEntryPath(path);
-  if (!targetPath) {
-    log.Log("XXX ERROR: cannot write the target \"%s\": its folder does not exist.", path);
-    return kExitIO;
-  }
+  // A target inside the source (or around it) is refused first, whatever
+  // else is true of it: even a target whose folder is still missing would
+  // be written into the bundle being read.
   std::optional<std::string> sourcePath = canonicalPath(*request.source);
-  if (sourcePath && pathsOverlap(*sourcePath, *targetPath)) {
+  std::optional<std::string> targetPath = canonicalEntryPath(path);
+  if (!targetPath) targetPath = anticipatedPath(path);
+  if (sourcePath && targetPath && pathsOverlap(*sourcePath, *targetPath)) {
     log.Log(
         "XXX ERROR: the target \"%s\" and the source \"%s\" overlap; "
         "the stripped bundle must go outside the source and the other way round.",
         path, *request.source);
     return kExitUsage;
+  }
+  struct stat st;
+  if (::lstat(path.c_str(), &st) == 0 && !request.overwrite) {
+    log.Log("XXX ERROR: the target \"%s\" exists; give --ov to replace it.", path);
+    return kExitUsage;
+  }
+  if (!canonicalEntryPath(path)) {
+    log.Log("XXX ERROR: cannot write the target \"%s\": its folder does not exist.", path);
+    return kExitIO;
   }
   target.path = path;
   target.overwrite = request.overwrite;
@@ -76,7 +99,9 @@ int runStrip(const ToolRequest& request) {
 
   SourceBundle source;
   if (int status = source.open(*request.source)) return status;
-  std::unique_ptr<Stripper> engine = createEngine(request, source.view());
+  // Folders the engine cannot list are named, not silently left out.
+  auto view = std::make_shared<ReportingView>(source.view());
+  std::unique_ptr<Stripper> engine = createEngine(request, view);
   if (!engine) return kExitUsage;
 
   int32_t status = engine->strip();
@@ -87,12 +112,20 @@ int runStrip(const ToolRequest& request) {
   if (strippedManifest.isNull()) strippedManifest = Value::makeArray();
   if (modifiedFiles.isNull()) modifiedFiles = Value::makeDict();
 
+  // The results are printed as a property list and their paths written to
+  // disk: a name neither can hold faithfully is refused before either.
+  if (!checkResultNames(strippedManifest, modifiedFiles)) {
+    if (request.target)
+      log.Log("XXX ERROR: the stripped bundle was not written to \"%s\".", request.target->c_str());
+    return kExitIO;
+  }
+
   if (request.target) {
     BundleWriterOptions options;
     options.noSymLinks = request.noSymLinks;
     options.showProgress = ::isatty(2);
     if (int written =
-            writeStrippedBundle(source.folder(), target, options, strippedManifest, modifiedFiles))
+            writeStrippedBundle(*view, target, options, strippedManifest, modifiedFiles))
       return written;
     log.Log(">>> stripped bundle written to \"%s\".", target.path);
   }
