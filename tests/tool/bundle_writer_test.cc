@@ -271,6 +271,75 @@ INSTANTIATE_TEST_SUITE_P(SourceChanges, MidWriteFailure,
                                          (source + "/Restore/Firmware/sub/b.img").c_str());
                              }));
 
+TEST_F(BundleWriterTest, KeptLinksMustStayInsideTheBundle) {
+  ::symlink("/etc/passwd", (source_ + "/Debug/absolute").c_str());
+  ::symlink("../../outside/secret", (source_ + "/Debug/climbing").c_str());
+  ::symlink("../fw/../../outside/secret", (source_ + "/Debug/through-folder-link").c_str());
+  ::symlink(outside_.c_str(), (source_ + "/Restore/out").c_str());
+  ::symlink("../Restore/out/secret", (source_ + "/Debug/through-outside-link").c_str());
+  ::symlink("../Restore/Firmware/missing", (source_ + "/Debug/dangling-inside").c_str());
+  before_ = listTree(work_.path());
+  for (const char* link :
+       {"Debug/absolute", "Debug/climbing", "Debug/through-folder-link", "Debug/through-outside-link"}) {
+    SCOPED_TRACE(link);
+    size_t logged = LogObject::sharedLogger().historicalLog().size();
+    EXPECT_EQ(write(paths({"Debug", link}), Value::makeDict()), kExitIO);
+    EXPECT_NE(LogObject::sharedLogger().historicalLog().find(
+                  std::string("XXX ERROR: refusing \"") + link + "\": it is a symbolic link to",
+                  logged),
+              std::string::npos);
+    expectNothingWritten();
+  }
+  // Inside, even where it names nothing, it is kept as it stands.
+  ASSERT_EQ(write(paths({"Debug", "Debug/dangling-inside", "kept-link"}), Value::makeDict()),
+            kExitSuccess);
+  EXPECT_EQ(linkText(target_ + "/Debug/dangling-inside"), "../Restore/Firmware/missing");
+}
+
+TEST_F(BundleWriterTest, NamesNoPropertyListCanHoldAreRefusedBeforeWriting) {
+  for (const std::string& name : {std::string("Debug/a\nb"), std::string("Debug/a\x1b[0m"),
+                                  std::string("Debug/\xc3\x28"), std::string("Debug/a\x7f")}) {
+    writeText(source_ + "/" + name, "x");
+    before_ = listTree(work_.path());
+    EXPECT_EQ(write(paths({"Debug/x.log", name.c_str()}), Value::makeDict()), kExitIO);
+    expectNothingWritten();
+    Value modified = Value::makeDict();
+    modified.set(name, "text");
+    EXPECT_EQ(write(paths({"Debug/x.log"}), modified), kExitIO);
+    expectNothingWritten();
+  }
+}
+
+TEST_F(BundleWriterTest, PathsAreReadIgnoringCaseAndWrittenAsTheEngineSpeltThem) {
+  // The disk says "device_map.plist"; the engine asks for "Device_map.plist".
+  writeText(source_ + "/Restore/Firmware/device_map.plist", "map");
+  ASSERT_EQ(write(paths({"Restore", "Restore/Firmware/Device_map.plist"}), Value::makeDict()),
+            kExitSuccess);
+  EXPECT_EQ(readText(target_ + "/Restore/Firmware/Device_map.plist"), "map");
+  EXPECT_FALSE(existsNoFollow(target_ + "/Restore/Firmware/device_map.plist"));
+}
+
+// A kept file that changes size between the plan and its copy would be
+// written torn, or differ from what the engine saw: refused.
+TEST_F(BundleWriterTest, FilesThatChangeSizeAreRefused) {
+  for (int delta : {-1, +1}) {
+    SCOPED_TRACE(delta);
+    std::unique_ptr<BundleView> view = openFolderView(source_);
+    BundleWriter writer(*view, BundleWriterOptions());
+    ASSERT_TRUE(writer.plan(paths({"Restore", "Restore/Firmware/sub/b.img"}), Value::makeDict()));
+    ASSERT_EQ(::truncate((source_ + "/Restore/Firmware/sub/b.img").c_str(), 100000 + delta), 0);
+    before_ = listTree(work_.path());
+    TargetOptions options;
+    options.path = target_;
+    size_t logged = LogObject::sharedLogger().historicalLog().size();
+    EXPECT_EQ(installBundle(writer, options), kExitIO);
+    EXPECT_NE(LogObject::sharedLogger().historicalLog().find("changed size", logged),
+              std::string::npos);
+    expectNothingWritten();
+    ASSERT_EQ(::truncate((source_ + "/Restore/Firmware/sub/b.img").c_str(), 100000), 0);
+  }
+}
+
 TEST_F(BundleWriterTest, DiskImageTargetIsMadeFromTheFinishedFolder) {
   std::optional<std::string> xorriso = findXorriso();
   if (!xorriso) GTEST_SKIP() << "xorriso is not installed";
