@@ -304,7 +304,7 @@ TEST_F(HostileBundleTest, StopSignalsRemoveTheStagingFolderAndKeepAnExistingTarg
         scratch_.path());
     // Stop it once it has begun to write.
     bool staged = false;
-    for (int i = 0; i < 200000 && !staged; ++i) {
+    for (int i = 0; i < 600000 && !staged; ++i) {
       staged = !namesStartingWith(work_.path(), ".Stripped.velmarbs-").empty();
       if (!staged) std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
