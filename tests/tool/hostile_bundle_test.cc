@@ -72,9 +72,10 @@ class HostileBundleTest : public ::testing::Test {
   void expectNothingFromOutside() {
     for (const std::string& path : listTree(target_)) {
       struct stat st;
-      if (::lstat((target_ + "/" + path).c_str(), &st) == 0 && S_ISREG(st.st_mode))
+      if (::lstat((target_ + "/" + path).c_str(), &st) == 0 && S_ISREG(st.st_mode)) {
         EXPECT_EQ(readText(target_ + "/" + path).find("SECRET-OUTSIDE"), std::string::npos)
             << path;
+      }
     }
   }
 
@@ -149,7 +150,9 @@ TEST_F(HostileBundleTest, FolderLinksLeavingTheBundleAreNeverWalked) {
   EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(20));
   EXPECT_EQ(r.out.find("Debug/etc"), std::string::npos) << r.out;
   EXPECT_EQ(r.out.find("Debug/usr"), std::string::npos) << r.out;
-  if (r.status == 0) EXPECT_FALSE(existsNoFollow(target_ + "/Debug/etc"));
+  if (r.status == 0) {
+    EXPECT_FALSE(existsNoFollow(target_ + "/Debug/etc"));
+  }
 }
 
 TEST_F(HostileBundleTest, MapsAreFoundWhateverTheCaseOfTheirNames) {
