@@ -3,7 +3,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cctype>
+#include <map>
 #include <memory>
+#include <vector>
 
 #include "engine/log_object.h"
 #include "tool/disk_image.h"
@@ -40,6 +43,25 @@ bool checkResultNames(const Value& strippedManifest, const Value& modifiedFiles)
     for (const auto& [path, contents] : modifiedFiles.dict())
       if (!check(path)) return false;
   return true;
+}
+
+// A name the engine looked up that two entries match ignoring case counts
+// as missing; say which entries they were, once each group.
+void warnAboutCaseConflicts(const BundleView& view) {
+  std::map<std::string, std::vector<std::string>> groups;
+  for (const std::string& path : view.caseConflicts()) {
+    std::string key = path;
+    for (char& c : key) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    groups[key].push_back(path);
+  }
+  for (auto& [key, paths] : groups) {
+    std::string names;
+    for (const std::string& path : paths) names += (names.empty() ? "\"" : ", \"") + path + "\"";
+    LogObject::sharedLogger().Log(
+        "!!! WARNING: the bundle holds %s, names that differ only in case; none of them stands "
+        "for the other spellings.",
+        names);
+  }
 }
 
 }  // namespace
@@ -105,6 +127,7 @@ int runStrip(const ToolRequest& request) {
   if (!engine) return kExitUsage;
 
   int32_t status = engine->strip();
+  warnAboutCaseConflicts(*view);
   if (status != 0) return exitStatusFor(status);
 
   Value strippedManifest = engine->strippedManifest();

@@ -178,6 +178,18 @@ TEST_F(HostileBundleTest, MapsAreFoundWhateverTheCaseOfTheirNames) {
   EXPECT_EQ(again.out.find("cannot be read"), std::string::npos) << again.out;
 }
 
+TEST_F(HostileBundleTest, NamesMatchingOnlyIgnoringCaseTwiceAreNamedInAWarning) {
+  fs::remove(bundle_ + "/Restore/Firmware/Device_map.plist");
+  fs::copy_file(bundle_ + "/Restore/Firmware/device_map.plist",
+                bundle_ + "/Restore/Firmware/DEVICE_MAP.plist");
+  ToolRun r = strip();
+  EXPECT_NE(r.out.find("!!! WARNING: the bundle holds \"Restore/Firmware/DEVICE_MAP.plist\", "
+                       "\"Restore/Firmware/device_map.plist\", names that differ only in case"),
+            std::string::npos)
+      << r.out;
+  EXPECT_TRUE(namesStartingWith(work_.path(), ".Stripped.velmarbs-").empty());
+}
+
 // ---- kept links and names ----------------------------------------------------
 
 TEST_F(HostileBundleTest, KeptLinksLeavingTheBundleAreRefusedWithStatus3) {
