@@ -340,6 +340,49 @@ TEST_F(BundleWriterTest, FilesThatChangeSizeAreRefused) {
   }
 }
 
+// A folder view in which one empty file reads as more than it says: what a
+// file growing while it is copied looks like (a /proc file does it at once).
+class GrowingFileView : public BundleView {
+ public:
+  explicit GrowingFileView(const std::string& root) : inner_(openFolderView(root)) {}
+  const std::string& location() const override { return inner_->location(); }
+  int entryInfo(std::string_view p, EntryInfo* i) override { return inner_->entryInfo(p, i); }
+  int targetInfo(std::string_view p, EntryInfo* i) override { return inner_->targetInfo(p, i); }
+  int listFolder(std::string_view p, std::vector<FolderEntry>* e) override {
+    return inner_->listFolder(p, e);
+  }
+  int readFile(std::string_view p, size_t l, std::string* b, FileIdentity* i) override {
+    return inner_->readFile(p, l, b, i);
+  }
+  int openFile(std::string_view path, UniqueFd* fd) override {
+    if (path != "Debug/growing") return inner_->openFile(path, fd);
+    fd->reset(::open("/proc/self/status", O_RDONLY | O_CLOEXEC));
+    return fd->valid() ? 0 : errno;
+  }
+
+ private:
+  std::unique_ptr<BundleView> inner_;
+};
+
+TEST_F(BundleWriterTest, AFileThatGrowsWhileCopiedIsRefused) {
+  writeText(source_ + "/Debug/growing", "");
+  before_ = listTree(work_.path());
+  GrowingFileView view(source_);
+  TargetOptions target;
+  target.path = target_;
+  size_t logged = LogObject::sharedLogger().historicalLog().size();
+  EXPECT_EQ(writeStrippedBundle(view, target, BundleWriterOptions(),
+                                paths({"Debug/x.log", "Debug/growing"}), Value::makeDict()),
+            kExitIO);
+  EXPECT_NE(LogObject::sharedLogger().historicalLog().find(
+                "refusing \"Debug/growing\": it changed size while it was copied (0 bytes when "
+                "the copy began, more copied)",
+                logged),
+            std::string::npos)
+      << LogObject::sharedLogger().historicalLog().substr(logged);
+  expectNothingWritten();
+}
+
 TEST_F(BundleWriterTest, DiskImageTargetIsMadeFromTheFinishedFolder) {
   std::optional<std::string> xorriso = findXorriso();
   if (!xorriso) GTEST_SKIP() << "xorriso is not installed";
