@@ -160,8 +160,8 @@ std::unique_ptr<StagingArea> StagingArea::create(const std::string& target) {
     logError("cannot create a working folder beside \"" + target + "\"", errno);
     return nullptr;
   }
-  // Relative paths would break should the tool change folders; the handler
-  // needs none of that to hold.
+  // The signal handler cannot build paths; it gets an absolute one, right
+  // whatever the working folder is by then.
   std::string registered = templ;
   if (registered.front() != '/') {
     char cwd[PATH_MAX];
