@@ -1,5 +1,7 @@
 #include "app/strip_run.h"
 
+#include "base/staging_name.h"
+
 #include <algorithm>
 #include <filesystem>
 
@@ -60,8 +62,6 @@ std::string cutName(const std::string& name, size_t maxBytes) {
   return name.substr(0, keep) + extension;
 }
 
-constexpr std::string_view kStagingMark = ".velmarbs-";
-constexpr size_t kStagingSuffixLength = 6;  // mkdtemp's XXXXXX
 
 }  // namespace
 
@@ -90,13 +90,13 @@ std::vector<std::string> stagingLeftovers(const std::string& targetPath) {
   std::vector<std::string> found;
   std::string target = targetPath;
   while (target.size() > 1 && target.back() == '/') target.pop_back();
-  const std::string prefix = "." + lastPathComponent(target) + std::string(kStagingMark);
+  const std::string prefix = stagingPrefix(lastPathComponent(target));
   std::string folder = parentFolder(target);
   if (folder.empty()) folder = ".";
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
     const std::string name = entry.path().filename().string();
-    if (name.size() == prefix.size() + kStagingSuffixLength && name.compare(0, prefix.size(), prefix) == 0)
+    if (stagingOwner(name, prefix))
       found.push_back(entry.path().string());
   }
   std::sort(found.begin(), found.end());

@@ -31,9 +31,9 @@ std::string defaultStripFileName(const std::vector<std::string>& products,
                                  const std::vector<std::string>& variants,
                                  const std::string& sourcePath);
 
-// The longest strip target name, in bytes: a file name takes 255, and the
-// tool builds the target beside it in ".NAME.velmarbs-XXXXXX", 17 longer.
-inline constexpr size_t kMaxStripFileNameBytes = 255 - 17;
+// The longest strip target name, in bytes: what a file name takes (the
+// tool shortens its working folder's name to fit beside it).
+inline constexpr size_t kMaxStripFileNameBytes = 255;
 
 // defaultStripFileName whenever that fits `maxBytes`. Otherwise the
 // products kept are cut from the end and "+N-" says how many were left out,
@@ -45,8 +45,8 @@ std::string fittingStripFileName(const std::vector<std::string>& products,
                                  const std::string& sourcePath,
                                  size_t maxBytes = kMaxStripFileNameBytes);
 
-// The tool's staging folders for `targetPath` (".NAME.velmarbs-XXXXXX"
-// beside it), which a tool stopped by a signal cannot remove itself.
+// The tool's staging folders for `targetPath` (".NAME.velmarbs-PID-XXXXXX"
+// beside it), which a tool killed outright cannot remove itself.
 std::vector<std::string> stagingLeftovers(const std::string& targetPath);
 // Removes them; the number removed.
 size_t removeStagingLeftovers(const std::string& targetPath);

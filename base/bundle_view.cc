@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -49,11 +50,16 @@ int BundleView::copyFile(std::string_view path, int out,
                          const std::function<void(uint64_t)>& progress) {
   UniqueFd in;
   if (int err = openFile(path, &in)) return err;
-  return copyBytes(in.get(), 0, UINT64_MAX, out, progress);
+  struct stat st;
+  if (::fstat(in.get(), &st) != 0) return errno;
+  // One byte past the size seen at the open: a file that grows while it is
+  // copied shows as a longer copy instead of being followed without end.
+  return copyBytes(in.get(), 0, static_cast<uint64_t>(st.st_size) + 1, out, progress,
+                   /*exact=*/false);
 }
 
 int copyBytes(int in, uint64_t offset, uint64_t length, int out,
-              const std::function<void(uint64_t)>& progress) {
+              const std::function<void(uint64_t)>& progress, bool exact) {
   constexpr size_t kKernelChunk = size_t{1} << 30;
   const bool toEnd = length == UINT64_MAX;
   loff_t position = static_cast<loff_t>(offset);
@@ -87,7 +93,7 @@ int copyBytes(int in, uint64_t offset, uint64_t length, int out,
     }
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) return errno;
-    if (n == 0) return toEnd ? 0 : EIO;  // the file ended early
+    if (n == 0) return toEnd || !exact ? 0 : EIO;  // the file ended early
     if (!toEnd) length -= static_cast<uint64_t>(n);
     if (progress) progress(static_cast<uint64_t>(n));
   }

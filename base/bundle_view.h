@@ -100,7 +100,9 @@ class BundleView {
   // `progress` with the size of each piece written. The same as openFile
   // and a copy (which is what it does here), but a view that holds the
   // bytes elsewhere copies them straight from there, without a file in
-  // between. Errors as openFile, or the errno of the copy.
+  // between. Copies at most one byte more than the size seen when the copy
+  // began, so a caller that counts the bytes notices a file growing under
+  // it. Errors as openFile, or the errno of the copy.
   virtual int copyFile(std::string_view path, int out,
                        const std::function<void(uint64_t)>& progress);
 
@@ -132,9 +134,10 @@ bool existsInView(BundleView& view, std::string_view path);
 
 // Appends `length` bytes of `in` from `offset` (or, with length
 // UINT64_MAX, everything from its current offset to its end) to `out`, in
-// the kernel where it can, else through a buffer.
+// the kernel where it can, else through a buffer. A file that ends before
+// `length` bytes is EIO when `exact`, and simply copied whole otherwise.
 int copyBytes(int in, uint64_t offset, uint64_t length, int out,
-              const std::function<void(uint64_t)>& progress);
+              const std::function<void(uint64_t)>& progress, bool exact = true);
 
 // A short text for an errno value a view answered: "it is not a regular
 // file", "it leads out of the bundle", ...

@@ -12,6 +12,7 @@
 #include <deque>
 
 #include "base/unique_fd.h"
+#include "base/utf8.h"
 
 namespace velmar {
 
@@ -65,6 +66,13 @@ std::string relativePathProblem(std::string_view path) {
     if (part == "..") return "has a \"..\" component";
     if (part == ".") return "has a \".\" component";
   }
+  return std::string();
+}
+
+std::string nameTextProblem(std::string_view name) {
+  for (unsigned char c : name)
+    if (c < 0x20 || c == 0x7f) return "holds a control character";
+  if (!isValidUtf8(name)) return "is not valid UTF-8";
   return std::string();
 }
 
@@ -198,6 +206,40 @@ std::optional<std::string> canonicalEntryPath(const std::string& path) {
   std::string leaf = lastComponent(p);
   if (leaf.empty() || leaf == "." || leaf == "..") return canonicalPath(p);
   return realFolderPlusLeaf(p);
+}
+
+std::optional<std::string> anticipatedPath(const std::string& path) {
+  std::string absolute = path;
+  if (absolute.empty() || absolute.front() != '/') {
+    char cwd[PATH_MAX];
+    if (!::getcwd(cwd, sizeof cwd)) return std::nullopt;
+    absolute = std::string(cwd) + "/" + absolute;
+  }
+  std::vector<std::string> parts;
+  for (std::string& part : splitPath(absolute))
+    if (!part.empty()) parts.push_back(std::move(part));
+  // The longest prefix that exists is resolved by the kernel, links and all.
+  for (size_t existing = parts.size() + 1; existing-- > 0;) {
+    std::string prefix;
+    for (size_t i = 0; i < existing; ++i) prefix += "/" + parts[i];
+    char resolved[PATH_MAX];
+    if (!::realpath(prefix.empty() ? "/" : prefix.c_str(), resolved)) continue;
+    std::vector<std::string> result;
+    for (std::string& part : splitPath(resolved))
+      if (!part.empty()) result.push_back(std::move(part));
+    for (size_t i = existing; i < parts.size(); ++i) {
+      if (parts[i] == ".") continue;
+      if (parts[i] == "..") {
+        if (!result.empty()) result.pop_back();
+        continue;
+      }
+      result.push_back(parts[i]);
+    }
+    std::string out;
+    for (const std::string& part : result) out += "/" + part;
+    return out.empty() ? "/" : out;
+  }
+  return std::nullopt;
 }
 
 bool pathsOverlap(const std::string& a, const std::string& b) {

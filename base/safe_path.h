@@ -16,6 +16,11 @@ namespace velmar {
 // components.
 std::string relativePathProblem(std::string_view path);
 
+// Why a name cannot be written into a property list or printed as one line
+// ("holds a control character", "is not valid UTF-8"), or empty when it can.
+// Bundle names never hold such characters; one that does is hostile.
+std::string nameTextProblem(std::string_view name);
+
 // The components of a path split at "/" (empty ones included).
 std::vector<std::string> splitPath(std::string_view path);
 // "a/b/c" -> "a/b"; "c" -> "".
@@ -49,6 +54,11 @@ std::optional<std::string> canonicalPath(const std::string& path);
 // As canonicalPath, but a last component that is a link stays as it is:
 // the entry a rename onto `path` would replace.
 std::optional<std::string> canonicalEntryPath(const std::string& path);
+// The absolute path `path` would have once created: the real path of its
+// longest existing part, then the rest taken lexically ("." dropped, ".."
+// climbing). A missing part holds no link, so nothing on it can lead
+// elsewhere. Nothing when not even the root can be resolved.
+std::optional<std::string> anticipatedPath(const std::string& path);
 // Whether one of two canonical paths is the other or lies inside it.
 bool pathsOverlap(const std::string& a, const std::string& b);
 

@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include "base/utf8.h"
+
 namespace velmar {
 
 LogKind classifyMessage(std::string_view message) {
@@ -11,6 +13,65 @@ LogKind classifyMessage(std::string_view message) {
   return LogKind::Plain;
 }
 
+namespace {
+
+// The length of the UTF-8 sequence a lead byte starts (1 for anything that
+// cannot start one: it is then escaped alone).
+size_t sequenceLength(unsigned char lead) {
+  if (lead >= 0xf0) return 4;
+  if (lead >= 0xe0) return 3;
+  if (lead >= 0xc0) return 2;
+  return 1;
+}
+
+void appendHexEscape(std::string& out, unsigned char byte) {
+  static const char kHex[] = "0123456789ABCDEF";
+  out += "\\x";
+  out += kHex[byte >> 4];
+  out += kHex[byte & 15];
+}
+
+}  // namespace
+
+std::string escapeForLog(std::string_view message) {
+  std::string out;
+  out.reserve(message.size());
+  for (size_t i = 0; i < message.size();) {
+    const unsigned char c = static_cast<unsigned char>(message[i]);
+    if (c < 0x80) {
+      if (c == '\n') {
+        out += "\\n";
+      } else if (c == '\r') {
+        out += "\\r";
+      } else if (c == '\t') {
+        out += "\\t";
+      } else if (c < 0x20 || c == 0x7f) {
+        appendHexEscape(out, c);
+      } else {
+        out += static_cast<char>(c);
+      }
+      ++i;
+      continue;
+    }
+    const size_t length = sequenceLength(c);
+    std::string_view sequence = message.substr(i, length);
+    if (sequence.size() != length || length == 1 || !isValidUtf8(sequence)) {
+      appendHexEscape(out, c);
+      ++i;
+      continue;
+    }
+    // C1 controls (U+0080 to U+009F) act as escapes on some terminals.
+    if (c == 0xc2 && static_cast<unsigned char>(sequence[1]) < 0xa0) {
+      appendHexEscape(out, c);
+      appendHexEscape(out, static_cast<unsigned char>(sequence[1]));
+    } else {
+      out += sequence;
+    }
+    i += length;
+  }
+  return out;
+}
+
 LogObject& LogObject::sharedLogger() {
   static LogObject logger;
   return logger;
@@ -18,7 +79,8 @@ LogObject& LogObject::sharedLogger() {
 
 LogObject::LogObject() : useTTY_(isatty(2) == 1) {}
 
-void LogObject::LogMessage(const std::string& message, bool always) {
+void LogObject::LogMessage(const std::string& rawMessage, bool always) {
+  const std::string message = escapeForLog(rawMessage);
   historicalLog_ += message;
   historicalLog_ += '\n';
 

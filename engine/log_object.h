@@ -25,6 +25,13 @@ enum class LogKind { Plain, Error, Warning, Note };
 // The classification above, first match wins.
 LogKind classifyMessage(std::string_view message);
 
+// `message` as one line of plain text: control characters (C0, DEL, C1)
+// become "\n", "\r", "\t" or "\xHH", and bytes that are not UTF-8 "\xHH".
+// Messages carry names and texts from bundles, which are hostile: a line
+// break in a name must not start a forged log line, nor an escape sequence
+// reach the terminal.
+std::string escapeForLog(std::string_view message);
+
 class LogObject {
  public:
   // The process-wide logger, created on first use.
@@ -38,7 +45,8 @@ class LogObject {
   void MustLog(std::string_view fmt, const Args&... args) {
     LogMessage(format(fmt, args...), true);
   }
-  // Logs an already formatted message; `always` prints plain text too.
+  // Logs an already formatted message, escaped as escapeForLog does;
+  // `always` prints plain text too.
   void LogMessage(const std::string& message, bool always);
 
   // When verbose, prints `value` as an indented tree to standard output.

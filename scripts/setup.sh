@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Installs the Debian packages VelmarBS needs, skipping what is already there.
 # Safe to run again. Needs root (or sudo) only when something is missing.
+# `scripts/setup.sh --fuzz` also installs what the fuzz targets need (only
+# scripts/fuzz.sh asks for it; CI does not fuzz).
 set -euo pipefail
 
 packages=(
@@ -23,6 +25,12 @@ packages=(
   man-db                             # checking the package's manual pages with man -l
   time                               # /usr/bin/time -v: peak memory in the tool benchmark
 )
+if [[ ${1:-} == --fuzz ]]; then
+  packages+=(
+    clang                            # libFuzzer instrumentation (the fuzz targets in fuzz/)
+    libclang-rt-14-dev               # the libFuzzer runtime and clang's sanitizer runtimes
+  )
+fi
 
 missing=()
 for p in "${packages[@]}"; do

@@ -47,11 +47,8 @@ int writeAll(int fd, const std::string& bytes) {
 
 }  // namespace
 
-BundleWriter::BundleWriter(std::shared_ptr<BundleView> source, BundleWriterOptions options)
-    : source_(std::move(source)), options_(options) {}
-
-BundleWriter::BundleWriter(const std::string& sourceRoot, BundleWriterOptions options)
-    : source_(openFolderView(sourceRoot)), options_(options) {}
+BundleWriter::BundleWriter(BundleView& source, BundleWriterOptions options)
+    : source_(source), options_(options) {}
 
 // An error line starts a line of its own, not the end of the progress line.
 bool BundleWriter::refuse(const std::string& path, const std::string& why) {
@@ -78,7 +75,7 @@ bool BundleWriter::plan(const Value& strippedManifest, const Value& modifiedFile
   kept_.clear();
   modified_.clear();
   EntryInfo root;
-  if (int err = source_->entryInfo("", &root)) return fail("read the bundle", source_->location(), err);
+  if (int err = source_.entryInfo("", &root)) return fail("read the bundle", source_.location(), err);
 
   std::unordered_set<std::string> seen;
   for (const Value& path : strippedManifest.arr()) {
@@ -88,27 +85,35 @@ bool BundleWriter::plan(const Value& strippedManifest, const Value& modifiedFile
   for (const auto& [path, contents] : modifiedFiles.dict())
     if (!planModified(path, contents)) return false;
   if (!checkNothingBeneathFiles()) return false;
-  // An image source extracts the files to copy in one go, before the
-  // staging folder exists: most of the time an interrupted strip from an
-  // image spends is spent here.
+  // An image source fetches the files to copy in one go, before the staging
+  // folder exists: most of the time an interrupted strip from an image
+  // spends is spent here.
   std::vector<std::string> copied;
   for (const std::vector<Item>* items : {&kept_, &modified_})
     for (const Item& item : *items)
       if (item.kind == Kind::File || item.kind == Kind::FileCopy) copied.push_back(item.source);
-  source_->prepareFiles(copied);
+  source_.prepareFiles(copied);
+  return true;
+}
+
+// A path must be a plain relative path, and a name that the results (a
+// property list) and the log (one line) can carry faithfully.
+bool BundleWriter::checkPath(const std::string& path) {
+  std::string problem = relativePathProblem(path);
+  if (problem.empty()) problem = nameTextProblem(path);
+  if (!problem.empty()) return refuse(path, "the path " + problem);
   return true;
 }
 
 bool BundleWriter::planKept(const Value& pathValue) {
   if (!pathValue.isString()) return refuse(pathValue.description(), "a kept path is not a string");
   const std::string& path = pathValue.str();
-  std::string problem = relativePathProblem(path);
-  if (!problem.empty()) return refuse(path, "the path " + problem);
+  if (!checkPath(path)) return false;
 
   // The folders on the way may be links that stay inside the bundle; the
   // entry itself is taken as it is, a link included.
   EntryInfo info;
-  if (int err = source_->entryInfo(path, &info)) return lookupFailed(path, err);
+  if (int err = source_.entryInfo(path, &info)) return lookupFailed(path, err);
 
   Item item;
   item.path = path;
@@ -116,25 +121,39 @@ bool BundleWriter::planKept(const Value& pathValue) {
   item.mode = info.mode & kPermissionBits;
   item.times[0] = info.accessed;
   item.times[1] = info.modified;
-  if (info.kind == EntryKind::Folder) {
-    item.kind = Kind::Folder;
-  } else if (info.kind == EntryKind::File) {
-    item.kind = Kind::File;
-    item.size = info.size;
-  } else if (info.kind == EntryKind::Link) {
-    item.kind = Kind::Link;
-    item.bytes = info.linkTarget;
-    if (item.bytes.empty()) return fail("read the link", path, EINVAL);
-  } else {
-    return refuse(path, "it is not a file, a folder or a symbolic link");
+  switch (info.kind) {
+    case EntryKind::Folder:
+      item.kind = Kind::Folder;
+      break;
+    case EntryKind::File:
+      item.kind = Kind::File;
+      item.size = info.size;
+      break;
+    case EntryKind::Link: {
+      item.kind = Kind::Link;
+      item.bytes = info.linkTarget;
+      if (item.bytes.empty()) return fail("read the link", path, EINVAL);
+      // The link is recreated as it is, so it must lead where it leads in
+      // the bundle: inside. A stripped bundle is handed on, and a link to
+      // "/etc/passwd" or "../../x" would show its receiver a file of theirs.
+      const std::string why = "it is a symbolic link to \"" + item.bytes + "\", outside the bundle";
+      if (!resolveLinkText(path, item.bytes)) return refuse(path, why);
+      EntryInfo target;
+      int err = source_.targetInfo(path, &target);
+      if (err == EXDEV || err == ELOOP) return refuse(path, why);
+      break;
+    }
+    case EntryKind::Missing:
+      return fail("read", path, ENOENT);
+    case EntryKind::Other:
+      return refuse(path, "it is not a file, a folder or a symbolic link");
   }
   kept_.push_back(std::move(item));
   return true;
 }
 
 bool BundleWriter::planModified(const std::string& path, const Value& contents) {
-  std::string problem = relativePathProblem(path);
-  if (!problem.empty()) return refuse(path, "the path " + problem);
+  if (!checkPath(path)) return false;
 
   Item item;
   item.kind = Kind::Contents;
@@ -147,14 +166,14 @@ bool BundleWriter::planModified(const std::string& path, const Value& contents) 
     const std::string& text = contents.dataValue().bytes;
     if (text.empty() || text.find('\0') != std::string::npos)
       return refuse(path, "its link target is empty or holds a NUL character");
+    std::optional<std::string> named = resolveLinkText(path, text);
+    if (!named) return refuse(path, "its link \"" + text + "\" names a file outside the bundle");
     if (!options_.noSymLinks) {
       item.kind = Kind::Link;
       item.bytes = text;
     } else {
-      std::optional<std::string> named = resolveLinkText(path, text);
-      if (!named) return refuse(path, "its link \"" + text + "\" names a file outside the bundle");
       EntryInfo info;
-      if (int err = source_->targetInfo(*named, &info)) {
+      if (int err = source_.targetInfo(*named, &info)) {
         if (err == EXDEV)
           return refuse(
               path, "its link \"" + text + "\" leads outside the bundle through a symbolic link");
@@ -276,30 +295,46 @@ bool BundleWriter::writeItem(int targetFd, const Item& item, bool replace) {
 }
 
 bool BundleWriter::copyFile(int parentFd, const Item& item) {
-  if (item.kind == Kind::File) {
-    // Kept files are taken as they are: a link put in their place since
-    // the plan is not followed.
-    EntryInfo info;
-    if (int err = source_->entryInfo(item.source, &info)) return lookupFailed(item.source, err);
-    if (info.kind == EntryKind::Link) return refuse(item.source, "it is now a symbolic link");
-  }
+  // Kept files are taken as they are: a link or anything else put in their
+  // place since the plan is not followed.
+  EntryInfo now;
+  if (int err = (item.kind == Kind::File ? source_.entryInfo(item.source, &now)
+                                         : source_.targetInfo(item.source, &now)))
+    return lookupFailed(item.source, err);
+  if (now.kind == EntryKind::Link) return refuse(item.source, "it is now a symbolic link");
+  if (now.kind != EntryKind::File) return refuse(item.source, "it is no longer a regular file");
+  // What the progress line counted and the engine saw is what is copied:
+  // a file that changed size since would be written torn.
+  const uint64_t expected = now.size;
+  if (expected != item.size)
+    return refuse(item.source, "it changed size while the bundle was written (" +
+                                   std::to_string(item.size) + " bytes before, " +
+                                   std::to_string(expected) + " now)");
+
   const std::string leaf = lastComponent(item.path);
   UniqueFd out(
       ::openat(parentFd, leaf.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!out.valid()) return fail("create", item.path, errno);
-  // The view refuses anything but a regular file (a FIFO or device swapped
-  // in would block or never end) and copies from wherever it keeps the
-  // bytes.
-  int err = source_->copyFile(item.source, out.get(), [this](uint64_t bytes) {
+  // The view copies from wherever it keeps the bytes (an image copies
+  // straight out of itself), refusing anything but a regular file: a FIFO
+  // or device swapped in would block or never end.
+  uint64_t copied = 0;
+  int err = source_.copyFile(item.source, out.get(), [&](uint64_t bytes) {
+    copied += bytes;
     if (progress_) progress_->addBytes(bytes);
   });
   if (err == EINVAL) return refuse(item.source, "it is no longer a regular file");
   if (err == ENOENT || err == EXDEV || err == ELOOP || err == ENOTDIR)
     return lookupFailed(item.source, err);
   if (err) return fail("copy", item.path, err);
+  if (copied != expected)
+    return refuse(item.source, "it changed size while it was copied (" + std::to_string(expected) +
+                                   " bytes when the copy began, " +
+                                   (copied > expected ? "more" : std::to_string(copied)) +
+                                   " copied)");
   if (::fchmod(out.get(), item.mode) != 0) return fail("set the permissions of", item.path, errno);
   if (::futimens(out.get(), item.times) != 0) return fail("set the times of", item.path, errno);
-  if (int closeErr = out.close()) return fail("write", item.path, closeErr);
+  if (int err = out.close()) return fail("write", item.path, err);
   if (progress_) progress_->fileDone();
   return true;
 }
@@ -353,14 +388,14 @@ int installBundle(BundleWriter& writer, const TargetOptions& target) {
 int writeStrippedBundle(const std::string& sourceRoot, const TargetOptions& target,
                         const BundleWriterOptions& options, const Value& strippedManifest,
                         const Value& modifiedFiles) {
-  return writeStrippedBundle(openFolderView(sourceRoot), target, options, strippedManifest,
-                             modifiedFiles);
+  std::unique_ptr<BundleView> source = openFolderView(sourceRoot);
+  return writeStrippedBundle(*source, target, options, strippedManifest, modifiedFiles);
 }
 
-int writeStrippedBundle(std::shared_ptr<BundleView> source, const TargetOptions& target,
+int writeStrippedBundle(BundleView& source, const TargetOptions& target,
                         const BundleWriterOptions& options, const Value& strippedManifest,
                         const Value& modifiedFiles) {
-  BundleWriter writer(std::move(source), options);
+  BundleWriter writer(source, options);
   if (!writer.plan(strippedManifest, modifiedFiles)) {
     LogObject::sharedLogger().Log("XXX ERROR: the stripped bundle was not written to \"%s\".",
                                   target.path);

@@ -3,9 +3,15 @@
 // The results name bundle paths, and a bundle may come from anywhere, so
 // every path is treated as hostile: plan() checks them all against the
 // source before anything is written (an absolute path, a "..", an empty
-// component, or a path that leaves the bundle through a symbolic link is
+// component, a name no property list can hold, a path that leaves the bundle
+// through a symbolic link, or a kept link whose target leaves it, is
 // refused), and write() creates every entry relative to folder descriptors,
 // exclusively, never following a link in the target.
+//
+// The source is read only through its BundleView, so a folder and a disk
+// image serve alike, and a path the engine spelt in another case than the
+// disk is read from the one entry it matches and written as the engine
+// spelt it.
 
 #ifndef VELMAR_TOOL_BUNDLE_WRITER_H_
 #define VELMAR_TOOL_BUNDLE_WRITER_H_
@@ -14,7 +20,6 @@
 #include <time.h>
 
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -34,10 +39,8 @@ struct BundleWriterOptions {
 
 class BundleWriter {
  public:
-  // Reads the bundle through `source` (a folder or an image).
-  BundleWriter(std::shared_ptr<BundleView> source, BundleWriterOptions options);
-  // The bundle folder at `sourceRoot`.
-  BundleWriter(const std::string& sourceRoot, BundleWriterOptions options);
+  // `source` must outlive the writer.
+  BundleWriter(BundleView& source, BundleWriterOptions options);
 
   // Checks the results against the source and lays out the work. Logs the
   // first problem and answers false; nothing is written either way.
@@ -70,6 +73,7 @@ class BundleWriter {
   bool fail(const char* action, const std::string& path, int err);
   bool lookupFailed(const std::string& path, int err);
 
+  bool checkPath(const std::string& path);
   bool planKept(const Value& path);
   bool planModified(const std::string& path, const Value& contents);
   bool checkNothingBeneathFiles();
@@ -78,7 +82,7 @@ class BundleWriter {
   bool copyFile(int parentFd, const Item& item);
   bool finishFolders(int targetFd);
 
-  std::shared_ptr<BundleView> source_;
+  BundleView& source_;
   BundleWriterOptions options_;
   std::vector<Item> kept_;
   std::vector<Item> modified_;
@@ -99,9 +103,10 @@ struct TargetOptions {
 int installBundle(BundleWriter& writer, const TargetOptions& target);
 
 // plan() and installBundle() together.
-int writeStrippedBundle(std::shared_ptr<BundleView> source, const TargetOptions& target,
+int writeStrippedBundle(BundleView& source, const TargetOptions& target,
                         const BundleWriterOptions& options, const Value& strippedManifest,
                         const Value& modifiedFiles);
+// The same for a bundle folder on disk.
 int writeStrippedBundle(const std::string& sourceRoot, const TargetOptions& target,
                         const BundleWriterOptions& options, const Value& strippedManifest,
                         const Value& modifiedFiles);

@@ -28,38 +28,56 @@ int writeAll(int fd, const char* bytes, size_t size) {
   return 0;
 }
 
-int copyByReading(int in, int out, CopyProgress* progress) {
+// How much more may be copied: up to one byte past the limit, which is
+// enough to tell that the file is longer than expected.
+size_t allowance(uint64_t done, uint64_t limit, size_t chunk) {
+  if (limit == UINT64_MAX) return chunk;
+  if (done > limit) return 0;
+  uint64_t left = limit - done + 1;
+  return left < chunk ? static_cast<size_t>(left) : chunk;
+}
+
+int copyByReading(int in, int out, CopyProgress* progress, uint64_t* done, uint64_t limit) {
   std::vector<char> buffer(kBufferSize);
   for (;;) {
-    ssize_t n = ::read(in, buffer.data(), buffer.size());
+    size_t want = allowance(*done, limit, buffer.size());
+    if (want == 0) return 0;
+    ssize_t n = ::read(in, buffer.data(), want);
     if (n < 0) {
       if (errno == EINTR) continue;
       return errno;
     }
     if (n == 0) return 0;
     if (int err = writeAll(out, buffer.data(), static_cast<size_t>(n))) return err;
+    *done += static_cast<uint64_t>(n);
     if (progress) progress->addBytes(static_cast<uint64_t>(n));
   }
 }
 
 }  // namespace
 
-int copyFileData(int in, int out, CopyProgress* progress) {
+int copyFileData(int in, int out, CopyProgress* progress, uint64_t* copied, uint64_t limit) {
+  uint64_t local = 0;
+  uint64_t* done = copied ? copied : &local;
+  *done = 0;
   for (bool first = true;; first = false) {
-    ssize_t n = ::copy_file_range(in, nullptr, out, nullptr, kKernelChunk, 0);
+    size_t want = allowance(*done, limit, kKernelChunk);
+    if (want == 0) return 0;
+    ssize_t n = ::copy_file_range(in, nullptr, out, nullptr, want, 0);
     if (n < 0) {
       if (errno == EINTR) continue;
       // Across file systems, on file systems without it, or on kernels
       // without it: copy through user space from where the kernel stopped.
       if (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP ||
           (first && errno == EBADF))
-        return copyByReading(in, out, progress);
+        return copyByReading(in, out, progress, done, limit);
       return errno;
     }
     if (n == 0) {
       // Some pseudo file systems answer 0 at once; a read tells the truth.
-      return first ? copyByReading(in, out, progress) : 0;
+      return first ? copyByReading(in, out, progress, done, limit) : 0;
     }
+    *done += static_cast<uint64_t>(n);
     if (progress) progress->addBytes(static_cast<uint64_t>(n));
   }
 }

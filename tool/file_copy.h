@@ -44,8 +44,12 @@ std::string byteCount(uint64_t bytes);
 
 // Copies everything from `in`'s current offset to `out`'s, with
 // copy_file_range where the kernel can, else a read/write loop through a
-// small buffer. Answers 0 or an errno.
-int copyFileData(int in, int out, CopyProgress* progress);
+// small buffer. Answers 0 or an errno; `*copied` (when given) receives the
+// bytes copied. A file that keeps growing is not followed forever: the copy
+// stops once it has passed `limit` bytes (at limit + 1), so a caller that
+// expects `limit` bytes sees the growth.
+int copyFileData(int in, int out, CopyProgress* progress, uint64_t* copied = nullptr,
+                 uint64_t limit = UINT64_MAX);
 
 }  // namespace velmar::tool
 

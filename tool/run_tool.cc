@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "engine/log_object.h"
+#include "tool/cleanup.h"
 #include "tool/command_line.h"
 #include "tool/exit_status.h"
 #include "tool/queries.h"
@@ -25,9 +26,11 @@ int runTool(const std::vector<std::string>& args) {
       std::printf("%s\n", versionText().c_str());
       return kExitSuccess;
     case Command::Run:
+      installStopHandlers();
       LogObject::sharedLogger().setVerbose(request.verbose);
       return runStrip(request);
     default:
+      installStopHandlers();
       LogObject::sharedLogger().setVerbose(request.verbose);
       return runQuery(request);
   }

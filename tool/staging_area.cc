@@ -1,5 +1,7 @@
 #include "tool/staging_area.h"
 
+#include "base/staging_name.h"
+
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -9,9 +11,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <limits.h>
+
+#include <optional>
+#include <string_view>
 #include <vector>
 
+#include <signal.h>
+
 #include "engine/log_object.h"
+#include "tool/cleanup.h"
 #include "base/safe_path.h"
 #include "base/unique_fd.h"
 
@@ -82,20 +91,77 @@ int removePath(const std::string& path) {
   return removeTree(folder.get(), nameOf(path));
 }
 
+namespace {
+
+void removeStaleStagingAreas(const std::string& target) {
+  const std::string folder = folderOf(target);
+  const std::string prefix = stagingPrefix(nameOf(target));
+  for (const std::string& name : staleStagingAreas(folder, prefix)) {
+    if (int err = removePath((folder == "/" ? "" : folder) + "/" + name)) {
+      LogObject::sharedLogger().Log(
+          "!!! WARNING: cannot remove the working folder \"%s\" of an earlier run: %s.", name,
+          strerror(err));
+    } else {
+      LogObject::sharedLogger().Log("removed the working folder \"%s\" of an earlier run.", name);
+    }
+  }
+}
+
+}  // namespace
+
+std::vector<std::string> staleStagingAreas(const std::string& folder, const std::string& prefix) {
+  std::vector<std::string> stale;
+  UniqueFd dirFd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!dirFd.valid()) return stale;
+  int listFd = ::dup(dirFd.get());
+  DIR* dir = listFd >= 0 ? ::fdopendir(listFd) : nullptr;
+  if (!dir) {
+    if (listFd >= 0) ::close(listFd);
+    return stale;
+  }
+  while (struct dirent* entry = ::readdir(dir)) {
+    std::optional<pid_t> owner = stagingOwner(entry->d_name, prefix);
+    if (!owner || *owner == ::getpid()) continue;
+    // Only a folder of this user whose owner is gone; a live owner (or one
+    // of another user, whom kill cannot ask) keeps its folder.
+    struct stat st;
+    if (::fstatat(dirFd.get(), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
+    if (!S_ISDIR(st.st_mode) || st.st_uid != ::geteuid()) continue;
+    if (::kill(*owner, 0) == 0 || errno != ESRCH) continue;
+    stale.push_back(entry->d_name);
+  }
+  ::closedir(dir);
+  return stale;
+}
+
 std::unique_ptr<StagingArea> StagingArea::create(const std::string& target) {
+  removeStaleStagingAreas(target);
   std::string folder = folderOf(target);
-  std::string templ = (folder == "/" ? "" : folder) + "/." + nameOf(target) + ".velmarbs-XXXXXX";
+  std::string templ = (folder == "/" ? "" : folder) + "/" + stagingPrefix(nameOf(target)) +
+                      std::to_string(::getpid()) + "-XXXXXX";
+  // A stop signal between making the folder and registering it would leave
+  // it behind.
+  StopSignalsHeld held;
   if (!::mkdtemp(templ.data())) {
     logError("cannot create a working folder beside \"" + target + "\"", errno);
     return nullptr;
   }
-  return std::unique_ptr<StagingArea>(new StagingArea(target, templ));
+  // The signal handler cannot build paths; it gets an absolute one, right
+  // whatever the working folder is by then.
+  std::string registered = templ;
+  if (registered.front() != '/') {
+    char cwd[PATH_MAX];
+    if (::getcwd(cwd, sizeof cwd)) registered = std::string(cwd) + "/" + registered;
+  }
+  registerCleanupPath(registered);
+  return std::unique_ptr<StagingArea>(new StagingArea(target, templ, registered));
 }
 
 StagingArea::~StagingArea() {
   if (int err = removePath(path_))
     LogObject::sharedLogger().Log("!!! WARNING: cannot remove the working folder \"%s\": %s.",
                                   path_, strerror(err));
+  unregisterCleanupPath(registered_);
 }
 
 bool StagingArea::commit(const std::string& name, bool overwrite) {

@@ -108,18 +108,18 @@ TEST(FittingNameTest, ThenStationsThenTheBundleNameBeforeItsExtension) {
 TEST(StagingTest, FindsAndRemovesOnlyTheToolsFoldersForThatTarget) {
   synth::TempDir dir("velmar-staging");
   namespace fs = std::filesystem;
-  fs::create_directories(dir / ".R13-Bundle.velmarbs-Ab3xYz/Restore/Locked");
-  std::ofstream(dir / ".R13-Bundle.velmarbs-Ab3xYz/Restore/Locked/file") << "x";
-  ::chmod((dir / ".R13-Bundle.velmarbs-Ab3xYz/Restore/Locked").c_str(), 0555);
-  fs::create_directories(dir / ".R13-Bundle.velmarbs-toolong7");
-  fs::create_directories(dir / ".Other.velmarbs-Ab3xYz");
+  fs::create_directories(dir / ".R13-Bundle.velmarbs-4242-Ab3xYz/Restore/Locked");
+  std::ofstream(dir / ".R13-Bundle.velmarbs-4242-Ab3xYz/Restore/Locked/file") << "x";
+  ::chmod((dir / ".R13-Bundle.velmarbs-4242-Ab3xYz/Restore/Locked").c_str(), 0555);
+  fs::create_directories(dir / ".R13-Bundle.velmarbs-4242-toolong7");
+  fs::create_directories(dir / ".Other.velmarbs-4242-Ab3xYz");
   fs::create_directories(dir / "R13-Bundle");
 
-  EXPECT_EQ(stagingLeftovers(dir / "R13-Bundle"), std::vector<std::string>{dir / ".R13-Bundle.velmarbs-Ab3xYz"});
+  EXPECT_EQ(stagingLeftovers(dir / "R13-Bundle"), std::vector<std::string>{dir / ".R13-Bundle.velmarbs-4242-Ab3xYz"});
   EXPECT_EQ(removeStagingLeftovers(dir / "R13-Bundle/"), 1u);
-  EXPECT_FALSE(fs::exists(dir / ".R13-Bundle.velmarbs-Ab3xYz"));
-  EXPECT_TRUE(fs::exists(dir / ".R13-Bundle.velmarbs-toolong7"));
-  EXPECT_TRUE(fs::exists(dir / ".Other.velmarbs-Ab3xYz"));
+  EXPECT_FALSE(fs::exists(dir / ".R13-Bundle.velmarbs-4242-Ab3xYz"));
+  EXPECT_TRUE(fs::exists(dir / ".R13-Bundle.velmarbs-4242-toolong7"));
+  EXPECT_TRUE(fs::exists(dir / ".Other.velmarbs-4242-Ab3xYz"));
   EXPECT_TRUE(fs::exists(dir / "R13-Bundle"));
 }
 

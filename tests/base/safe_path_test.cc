@@ -133,5 +133,28 @@ TEST(CanonicalPaths, ResolveTheExistingPartAndDetectOverlap) {
   EXPECT_FALSE(pathsOverlap("/a/b", "/a/c"));
 }
 
+TEST(AnticipatedPath, ResolvesTheExistingPartAndTakesTheRestAsWritten) {
+  synth::TempDir dir("velmar-anticipated");
+  std::filesystem::create_directories(dir / "src/Restore");
+  ::symlink("src", (dir / "alias").c_str());
+  std::string real = *canonicalPath(dir.path());
+  EXPECT_EQ(anticipatedPath(dir / "alias/missing/deeper"), real + "/src/missing/deeper");
+  EXPECT_EQ(anticipatedPath(dir / "alias/missing/../x"), real + "/src/x");
+  EXPECT_EQ(anticipatedPath(dir / "missing/./a/../../src"), real + "/src");
+  EXPECT_EQ(anticipatedPath(dir / "src/Restore"), real + "/src/Restore");
+  EXPECT_EQ(anticipatedPath("/"), "/");
+}
+
+TEST(NameTextProblem, RefusesControlCharactersAndBrokenUtf8) {
+  EXPECT_EQ(nameTextProblem("Restore/Firmware/dfu/iBSS.r13.RELEASE.dfu"), "");
+  EXPECT_EQ(nameTextProblem("Orrin RPKGs/caf\xc3\xa9 \xe2\x9c\x93"), "");
+  EXPECT_EQ(nameTextProblem("a\nb"), "holds a control character");
+  EXPECT_EQ(nameTextProblem("a\tb"), "holds a control character");
+  EXPECT_EQ(nameTextProblem("a\x1b[0m"), "holds a control character");
+  EXPECT_EQ(nameTextProblem("a\x7f"), "holds a control character");
+  EXPECT_EQ(nameTextProblem("a\xff"), "is not valid UTF-8");
+  EXPECT_EQ(nameTextProblem("a\xc3"), "is not valid UTF-8");
+}
+
 }  // namespace
 }  // namespace velmar::tool

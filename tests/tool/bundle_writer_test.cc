@@ -47,7 +47,7 @@ class BundleWriterTest : public ::testing::Test {
     writeText(source_ + "/Restore/Firmware/sub/b.img", std::string(100000, 'b'));
     writeText(source_ + "/Debug/x.log", "debug");
     writeText(source_ + "/038-9003-001.dmg", "restore tools");
-    ::symlink("../../etc/passwd", (source_ + "/kept-link").c_str());
+    ::symlink("Restore/Firmware/a.img", (source_ + "/kept-link").c_str());
     ::symlink("Restore/Firmware", (source_ + "/fw").c_str());
     setTimeAndMode(source_ + "/Restore/Firmware/a.img", 0640);
     setTimeAndMode(source_ + "/Restore/Firmware/sub", 0750);
@@ -102,8 +102,8 @@ TEST_F(BundleWriterTest, CopiesKeptFoldersFilesAndLinksFaithfully) {
   struct stat sub = lstatOf(target_ + "/Restore/Firmware/sub");
   EXPECT_EQ(sub.st_mode & 07777, 0750u);
   EXPECT_EQ(sub.st_mtim.tv_sec, kOldTime);
-  // A kept link keeps its text, wherever it points.
-  EXPECT_EQ(linkText(target_ + "/kept-link"), "../../etc/passwd");
+  // A kept link keeps its text.
+  EXPECT_EQ(linkText(target_ + "/kept-link"), "Restore/Firmware/a.img");
   EXPECT_TRUE(namesStartingWith(work_.path(), ".T.velmarbs-").empty());
   EXPECT_EQ(listTree(source_).count("Restore/Firmware/a.img"), 1u);
 }
@@ -227,7 +227,8 @@ TEST_P(MidWriteFailure, LeavesNoPartialFolderAndTheOldTargetAlone) {
     if (existingTarget) writeText(target + "/old-marker", "old");
     std::set<std::string> expected = listTree(work.path());
 
-    BundleWriter writer(source, BundleWriterOptions());
+    std::unique_ptr<BundleView> view = openFolderView(source);
+    BundleWriter writer(*view, BundleWriterOptions());
     Value modified = Value::makeDict();
     modified.set("Restore/Firmware/device_map.txt", "x\n");
     ASSERT_TRUE(writer.plan(paths({"Debug/x.log", "Restore", "Restore/Firmware/a.img",
@@ -269,6 +270,118 @@ INSTANTIATE_TEST_SUITE_P(SourceChanges, MidWriteFailure,
                                ::symlink("../a.img",
                                          (source + "/Restore/Firmware/sub/b.img").c_str());
                              }));
+
+TEST_F(BundleWriterTest, KeptLinksMustStayInsideTheBundle) {
+  ::symlink("/etc/passwd", (source_ + "/Debug/absolute").c_str());
+  ::symlink("../../outside/secret", (source_ + "/Debug/climbing").c_str());
+  ::symlink("../fw/../../outside/secret", (source_ + "/Debug/through-folder-link").c_str());
+  ::symlink(outside_.c_str(), (source_ + "/Restore/out").c_str());
+  ::symlink("../Restore/out/secret", (source_ + "/Debug/through-outside-link").c_str());
+  ::symlink("../Restore/Firmware/missing", (source_ + "/Debug/dangling-inside").c_str());
+  before_ = listTree(work_.path());
+  for (const char* link :
+       {"Debug/absolute", "Debug/climbing", "Debug/through-folder-link", "Debug/through-outside-link"}) {
+    SCOPED_TRACE(link);
+    size_t logged = LogObject::sharedLogger().historicalLog().size();
+    EXPECT_EQ(write(paths({"Debug", link}), Value::makeDict()), kExitIO);
+    EXPECT_NE(LogObject::sharedLogger().historicalLog().find(
+                  std::string("XXX ERROR: refusing \"") + link + "\": it is a symbolic link to",
+                  logged),
+              std::string::npos);
+    expectNothingWritten();
+  }
+  // Inside, even where it names nothing, it is kept as it stands.
+  ASSERT_EQ(write(paths({"Debug", "Debug/dangling-inside", "kept-link"}), Value::makeDict()),
+            kExitSuccess);
+  EXPECT_EQ(linkText(target_ + "/Debug/dangling-inside"), "../Restore/Firmware/missing");
+}
+
+TEST_F(BundleWriterTest, NamesNoPropertyListCanHoldAreRefusedBeforeWriting) {
+  for (const std::string& name : {std::string("Debug/a\nb"), std::string("Debug/a\x1b[0m"),
+                                  std::string("Debug/\xc3\x28"), std::string("Debug/a\x7f")}) {
+    writeText(source_ + "/" + name, "x");
+    before_ = listTree(work_.path());
+    EXPECT_EQ(write(paths({"Debug/x.log", name.c_str()}), Value::makeDict()), kExitIO);
+    expectNothingWritten();
+    Value modified = Value::makeDict();
+    modified.set(name, "text");
+    EXPECT_EQ(write(paths({"Debug/x.log"}), modified), kExitIO);
+    expectNothingWritten();
+  }
+}
+
+TEST_F(BundleWriterTest, PathsAreReadIgnoringCaseAndWrittenAsTheEngineSpeltThem) {
+  // The disk says "device_map.plist"; the engine asks for "Device_map.plist".
+  writeText(source_ + "/Restore/Firmware/device_map.plist", "map");
+  ASSERT_EQ(write(paths({"Restore", "Restore/Firmware/Device_map.plist"}), Value::makeDict()),
+            kExitSuccess);
+  EXPECT_EQ(readText(target_ + "/Restore/Firmware/Device_map.plist"), "map");
+  EXPECT_FALSE(existsNoFollow(target_ + "/Restore/Firmware/device_map.plist"));
+}
+
+// A kept file that changes size between the plan and its copy would be
+// written torn, or differ from what the engine saw: refused.
+TEST_F(BundleWriterTest, FilesThatChangeSizeAreRefused) {
+  for (int delta : {-1, +1}) {
+    SCOPED_TRACE(delta);
+    std::unique_ptr<BundleView> view = openFolderView(source_);
+    BundleWriter writer(*view, BundleWriterOptions());
+    ASSERT_TRUE(writer.plan(paths({"Restore", "Restore/Firmware/sub/b.img"}), Value::makeDict()));
+    ASSERT_EQ(::truncate((source_ + "/Restore/Firmware/sub/b.img").c_str(), 100000 + delta), 0);
+    before_ = listTree(work_.path());
+    TargetOptions options;
+    options.path = target_;
+    size_t logged = LogObject::sharedLogger().historicalLog().size();
+    EXPECT_EQ(installBundle(writer, options), kExitIO);
+    EXPECT_NE(LogObject::sharedLogger().historicalLog().find("changed size", logged),
+              std::string::npos);
+    expectNothingWritten();
+    ASSERT_EQ(::truncate((source_ + "/Restore/Firmware/sub/b.img").c_str(), 100000), 0);
+  }
+}
+
+// A folder view in which one empty file reads as more than it says: what a
+// file growing while it is copied looks like (a /proc file does it at once).
+class GrowingFileView : public BundleView {
+ public:
+  explicit GrowingFileView(const std::string& root) : inner_(openFolderView(root)) {}
+  const std::string& location() const override { return inner_->location(); }
+  int entryInfo(std::string_view p, EntryInfo* i) override { return inner_->entryInfo(p, i); }
+  int targetInfo(std::string_view p, EntryInfo* i) override { return inner_->targetInfo(p, i); }
+  int listFolder(std::string_view p, std::vector<FolderEntry>* e) override {
+    return inner_->listFolder(p, e);
+  }
+  int readFile(std::string_view p, size_t l, std::string* b, FileIdentity* i) override {
+    return inner_->readFile(p, l, b, i);
+  }
+  int openFile(std::string_view path, UniqueFd* fd) override {
+    if (path != "Debug/growing") return inner_->openFile(path, fd);
+    fd->reset(::open("/proc/self/status", O_RDONLY | O_CLOEXEC));
+    return fd->valid() ? 0 : errno;
+  }
+
+ private:
+  std::unique_ptr<BundleView> inner_;
+};
+
+TEST_F(BundleWriterTest, AFileThatGrowsWhileCopiedIsRefused) {
+  writeText(source_ + "/Debug/growing", "");
+  before_ = listTree(work_.path());
+  GrowingFileView view(source_);
+  TargetOptions target;
+  target.path = target_;
+  size_t logged = LogObject::sharedLogger().historicalLog().size();
+  EXPECT_EQ(writeStrippedBundle(view, target, BundleWriterOptions(),
+                                paths({"Debug/x.log", "Debug/growing"}), Value::makeDict()),
+            kExitIO);
+  EXPECT_NE(LogObject::sharedLogger().historicalLog().find(
+                "refusing \"Debug/growing\": it changed size while it was copied (0 bytes when "
+                "the copy began, more copied)",
+                logged),
+            std::string::npos)
+      << LogObject::sharedLogger().historicalLog().substr(logged);
+  expectNothingWritten();
+}
 
 TEST_F(BundleWriterTest, DiskImageTargetIsMadeFromTheFinishedFolder) {
   std::optional<std::string> xorriso = findXorriso();

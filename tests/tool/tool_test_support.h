@@ -11,6 +11,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <set>
 #include <sstream>
 #include <string>
@@ -67,46 +68,79 @@ inline std::vector<std::string> namesStartingWith(const std::string& folder,
 }
 
 struct ToolRun {
-  int status = -1;
+  int status = -1;  // the exit status; -1 when a signal ended the child
+  int signal = 0;   // the signal that ended it, if one did
   std::string out;
   std::string err;
 };
 
 inline std::string velmarbsPath() { return VELMAR_BINARY_DIR "/tool/velmarbs"; }
 
-// Runs velmarbs with `args`, standard input the null device, capturing both
-// output streams through files in `scratch` (so neither pipe can fill up).
-// A non-empty `path` replaces PATH for the child.
-inline ToolRun runVelmarbs(const std::vector<std::string>& args, const std::string& scratch,
-                           const std::string& path = "") {
+// How the child is started: a non-empty `path` replaces PATH; `beforeExec`
+// runs in the child after its output files are open (to drop privileges or
+// set a limit). Every child gets an alarm, so a run that hangs fails its
+// test instead of stopping the suite.
+struct ChildSetup {
+  std::string path;
+  std::function<void()> beforeExec;
+  unsigned alarmSeconds = 120;
+};
+
+// Starts velmarbs with `args`, standard input the null device, both output
+// streams going to files in `scratch` (so neither pipe can fill up).
+inline pid_t startVelmarbs(const std::vector<std::string>& args, const std::string& scratch,
+                           const ChildSetup& setup = ChildSetup()) {
   const std::string outPath = scratch + "/.stdout", errPath = scratch + "/.stderr";
-  ToolRun run;
+  std::vector<std::string> argStrings = args;
+  std::string program = velmarbsPath();
+  std::vector<char*> argv;
+  argv.push_back(program.data());
+  for (std::string& arg : argStrings) argv.push_back(arg.data());
+  argv.push_back(nullptr);
   pid_t pid = ::fork();
   if (pid == 0) {
     int in = ::open("/dev/null", O_RDONLY);
-    int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    int err = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+    int err = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
     if (in < 0 || out < 0 || err < 0) ::_exit(127);
-    if (!path.empty()) ::setenv("PATH", path.c_str(), 1);
+    if (!setup.path.empty()) ::setenv("PATH", setup.path.c_str(), 1);
     ::dup2(in, 0);
     ::dup2(out, 1);
     ::dup2(err, 2);
-    std::vector<char*> argv;
-    std::string program = velmarbsPath();
-    argv.push_back(program.data());
-    for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
-    argv.push_back(nullptr);
+    if (setup.beforeExec) setup.beforeExec();
+    ::alarm(setup.alarmSeconds);
     ::execv(program.c_str(), argv.data());
     ::_exit(127);
   }
+  return pid;
+}
+
+// Waits for a child startVelmarbs started and collects what it printed.
+inline ToolRun finishVelmarbs(pid_t pid, const std::string& scratch) {
+  const std::string outPath = scratch + "/.stdout", errPath = scratch + "/.stderr";
+  ToolRun run;
   int wstatus = 0;
   ::waitpid(pid, &wstatus, 0);
   run.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;
+  run.signal = WIFSIGNALED(wstatus) ? WTERMSIG(wstatus) : 0;
   run.out = readText(outPath);
   run.err = readText(errPath);
   ::unlink(outPath.c_str());
   ::unlink(errPath.c_str());
   return run;
+}
+
+// Runs velmarbs with `args` to the end (see startVelmarbs).
+inline ToolRun runVelmarbs(const std::vector<std::string>& args, const std::string& scratch,
+                           const std::string& path = "") {
+  ChildSetup setup;
+  setup.path = path;
+  return finishVelmarbs(startVelmarbs(args, scratch, setup), scratch);
+}
+
+inline ToolRun runVelmarbs(const std::vector<std::string>& args, const std::string& scratch,
+                           const ChildSetup& setup) {
+  return finishVelmarbs(startVelmarbs(args, scratch, setup), scratch);
 }
 
 // The property lists in a tool's standard output, cut out the way the

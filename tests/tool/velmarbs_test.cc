@@ -189,6 +189,14 @@ TEST_F(VelmarbsTest, ExistingTargetNeedsOv) {
   EXPECT_TRUE(namesStartingWith(dir_.path(), ".Stripped.velmarbs-").empty());
 }
 
+TEST_F(VelmarbsTest, ATargetNameOfTheLongestLengthAllowedStrips) {
+  // The working folder beside it carries a longer name; it must still fit.
+  const std::string target = dir_ / std::string(255, 'L');
+  ToolRun r = run({"--source", bundle_, "--target", target, "--product", "r13", "--factory", "ss"});
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_TRUE(existsNoFollow(target + "/Restore/BuildManifest.plist"));
+}
+
 TEST_F(VelmarbsTest, OverlappingSourceAndTargetAreRefusedBeforeAnyWork) {
   std::set<std::string> before = listTree(dir_.path());
   EXPECT_EQ(run({"--source", bundle_, "--target", bundle_ + "/Restore/out"}).status, 2);
