@@ -1,4 +1,4 @@
-// Copying file contents in the kernel, with an optional progress line.
+// The copy phase's progress line.
 
 #ifndef VELMAR_TOOL_FILE_COPY_H_
 #define VELMAR_TOOL_FILE_COPY_H_
@@ -41,15 +41,6 @@ std::string progressLine(uint64_t filesDone, uint64_t filesTotal, uint64_t bytes
                          uint64_t bytesTotal);
 // "512 B", "1.5 KB", "20.0 MB", ... (powers of 1024)
 std::string byteCount(uint64_t bytes);
-
-// Copies everything from `in`'s current offset to `out`'s, with
-// copy_file_range where the kernel can, else a read/write loop through a
-// small buffer. Answers 0 or an errno; `*copied` (when given) receives the
-// bytes copied. A file that keeps growing is not followed forever: the copy
-// stops once it has passed `limit` bytes (at limit + 1), so a caller that
-// expects `limit` bytes sees the growth.
-int copyFileData(int in, int out, CopyProgress* progress, uint64_t* copied = nullptr,
-                 uint64_t limit = UINT64_MAX);
 
 }  // namespace velmar::tool
 

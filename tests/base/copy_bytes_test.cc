@@ -37,8 +37,17 @@ TEST(CopyBytesTest, CopiesARangeOrTheRestAndCountsIt) {
   ASSERT_EQ(::lseek(in.get(), 7, SEEK_SET), 7);
   EXPECT_EQ(copyBytes(in.get(), 0, UINT64_MAX, out.get(), nullptr), 0);
   EXPECT_EQ(contents(out.get()), "23489789");
-  // A range past the end is a short file.
+  // A range past the end is a short file, unless the length is a bound.
   EXPECT_EQ(copyBytes(in.get(), 8, 5, out.get(), nullptr), EIO);
+  EXPECT_EQ(copyBytes(in.get(), 8, 5, out.get(), nullptr, /*exact=*/false), 0);
+  EXPECT_EQ(contents(out.get()), "234897898989");  // each call wrote the two bytes there are
+}
+
+TEST(CopyBytesTest, ReportsAWriteError) {
+  UniqueFd in(::open("/dev/zero", O_RDONLY));
+  UniqueFd out(::open("/dev/full", O_WRONLY));
+  if (!out.valid()) GTEST_SKIP() << "no /dev/full";
+  EXPECT_EQ(copyBytes(in.get(), 0, 1 << 20, out.get(), nullptr), ENOSPC);
 }
 
 TEST(CopyBytesTest, PipesGoThroughABuffer) {

@@ -15,54 +15,6 @@ namespace {
 using testing::readText;
 using testing::writeText;
 
-std::string patterned(size_t size) {
-  std::string s(size, '\0');
-  for (size_t i = 0; i < size; ++i) s[i] = static_cast<char>((i * 131 + i / 4096) & 0xff);
-  return s;
-}
-
-TEST(CopyFileData, CopiesEverythingInTheKernelAndThroughTheFallback) {
-  synth::TempDir dir("velmar-copy");
-  const std::string data = patterned((size_t{3} << 20) + 17);  // more than one buffer
-  writeText(dir / "in", data);
-  for (bool append : {false, true}) {
-    // O_APPEND makes copy_file_range refuse, so the read/write loop runs.
-    UniqueFd in(::open((dir / "in").c_str(), O_RDONLY));
-    UniqueFd out(::open((dir / "out").c_str(),
-                        O_WRONLY | O_CREAT | O_TRUNC | (append ? O_APPEND : 0), 0600));
-    CopyProgress progress(false, 1, data.size());
-    EXPECT_EQ(copyFileData(in.get(), out.get(), &progress), 0);
-    out.reset();
-    EXPECT_TRUE(readText(dir / "out") == data) << "append " << append;
-  }
-}
-
-TEST(CopyFileData, StopsOneBytePastTheLimitSoGrowthShows) {
-  synth::TempDir dir("velmar-copy");
-  const std::string data = patterned((size_t{2} << 20) + 5);
-  writeText(dir / "in", data);
-  for (bool append : {false, true}) {
-    for (uint64_t limit : {uint64_t{0}, uint64_t{1000}, uint64_t{data.size()}}) {
-      SCOPED_TRACE(std::to_string(limit) + (append ? " append" : ""));
-      UniqueFd in(::open((dir / "in").c_str(), O_RDONLY));
-      UniqueFd out(::open((dir / "out").c_str(),
-                          O_WRONLY | O_CREAT | O_TRUNC | (append ? O_APPEND : 0), 0600));
-      uint64_t copied = 0;
-      EXPECT_EQ(copyFileData(in.get(), out.get(), nullptr, &copied, limit), 0);
-      // Exactly the expected size when the file holds it, one more when longer.
-      EXPECT_EQ(copied, limit == data.size() ? limit : limit + 1);
-      out.reset();
-      EXPECT_EQ(readText(dir / "out").size(), copied);
-    }
-  }
-}
-
-TEST(CopyFileData, ReportsAWriteError) {
-  UniqueFd in(::open("/dev/zero", O_RDONLY));
-  UniqueFd out(::open("/dev/full", O_WRONLY));
-  if (!out.valid()) GTEST_SKIP() << "no /dev/full";
-  EXPECT_EQ(copyFileData(in.get(), out.get(), nullptr), ENOSPC);
-}
 
 TEST(CopyProgress, LineShowsFilesAndBytesOfTheTotal) {
   EXPECT_EQ(byteCount(0), "0 B");
