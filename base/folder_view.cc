@@ -99,7 +99,7 @@ class FolderView : public BundleView {
     const std::string name = lastComponent(exact);
     if (::fstatat(parent.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return errno;
     fillInfo(st, info);
-    if (info->kind == EntryKind::Link) info->linkTarget = readLinkText(parent.get(), name);
+    if (info->kind == EntryKind::Link) info->linkTarget = readLinkAt(parent.get(), name);
     return 0;
   }
 
@@ -159,19 +159,6 @@ class FolderView : public BundleView {
   }
 
  private:
-  static std::string readLinkText(int dirFd, const std::string& name) {
-    std::string text(256, '\0');
-    for (;;) {
-      ssize_t n = ::readlinkat(dirFd, name.c_str(), text.data(), text.size());
-      if (n < 0) return std::string();
-      if (static_cast<size_t>(n) < text.size()) {
-        text.resize(static_cast<size_t>(n));
-        return text;
-      }
-      text.resize(text.size() * 2);
-    }
-  }
-
   // Opens a regular file for reading. Checked on an O_PATH descriptor
   // first, so a FIFO or a device is never opened for reading at all, and
   // again on the descriptor read from, in case the entry changed between.

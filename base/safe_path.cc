@@ -21,6 +21,9 @@ namespace {
 // As the kernel's own limit on links followed in one lookup.
 constexpr int kMaxLinks = 40;
 
+
+}  // namespace
+
 std::string readLinkAt(int dirFd, const std::string& name) {
   std::string text(256, '\0');
   for (;;) {
@@ -33,8 +36,6 @@ std::string readLinkAt(int dirFd, const std::string& name) {
     text.resize(text.size() * 2);
   }
 }
-
-}  // namespace
 
 std::vector<std::string> splitPath(std::string_view path) {
   std::vector<std::string> parts;

@@ -21,6 +21,10 @@ std::string relativePathProblem(std::string_view path);
 // Bundle names never hold such characters; one that does is hostile.
 std::string nameTextProblem(std::string_view name);
 
+// The text of the symbolic link `name` in the folder `dirFd`, as stored,
+// however long; empty when it cannot be read.
+std::string readLinkAt(int dirFd, const std::string& name);
+
 // The components of a path split at "/" (empty ones included).
 std::vector<std::string> splitPath(std::string_view path);
 // "a/b/c" -> "a/b"; "c" -> "".

@@ -325,21 +325,33 @@ TEST_F(HostileBundleTest, StopSignalsRemoveTheStagingFolderAndKeepAnExistingTarg
   const std::set<std::string> before = listTree(work_.path());
   for (int sig : {SIGINT, SIGTERM, SIGHUP}) {
     SCOPED_TRACE(strsignal(sig));
-    pid_t pid = startVelmarbs(
-        {"--source", bundle_, "--target", target_, "--product", "r13", "--keepDebug", "--ov"},
-        scratch_.path());
-    // Stop it once it has begun to write.
-    bool staged = false;
-    for (int i = 0; i < 600000 && !staged; ++i) {
-      staged = !namesStartingWith(work_.path(), ".Stripped.velmarbs-").empty();
-      if (!staged) std::this_thread::sleep_for(std::chrono::microseconds(100));
+    // On a busy machine the run may finish before the signal lands; that
+    // run proves nothing, so the target is put back and it goes again.
+    bool interrupted = false;
+    for (int attempt = 0; attempt < 5 && !interrupted; ++attempt) {
+      pid_t pid = startVelmarbs(
+          {"--source", bundle_, "--target", target_, "--product", "r13", "--keepDebug", "--ov"},
+          scratch_.path());
+      // Stop it once it has begun to write.
+      bool staged = false;
+      for (int i = 0; i < 600000 && !staged; ++i) {
+        staged = !namesStartingWith(work_.path(), ".Stripped.velmarbs-").empty();
+        if (!staged) std::this_thread::sleep_for(std::chrono::microseconds(100));
+      }
+      ASSERT_TRUE(staged);
+      ::kill(pid, sig);
+      ToolRun r = finishVelmarbs(pid, scratch_.path());
+      if (!existsNoFollow(target_ + "/old-marker")) {
+        fs::remove_all(target_);
+        writeText(target_ + "/old-marker", "old");
+        continue;
+      }
+      interrupted = true;
+      EXPECT_EQ(r.status, 128 + sig) << r.out;
+      EXPECT_EQ(listTree(work_.path()), before);
+      EXPECT_EQ(readText(target_ + "/old-marker"), "old");
     }
-    ASSERT_TRUE(staged);
-    ::kill(pid, sig);
-    ToolRun r = finishVelmarbs(pid, scratch_.path());
-    EXPECT_EQ(r.status, 128 + sig) << r.out;
-    EXPECT_EQ(listTree(work_.path()), before);
-    EXPECT_EQ(readText(target_ + "/old-marker"), "old");
+    EXPECT_TRUE(interrupted) << "every run finished before the signal";
   }
 }
 
