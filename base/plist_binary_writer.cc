@@ -124,7 +124,7 @@ class BinaryWriter {
   // Numbers the value and everything in it; answers the value's number.
   uint32_t add(const Value& v) {
     switch (v.type()) {
-      case Value::Type::Null:
+      case Value::Type::Null:  // never met: containers leave nulls out, a null root is an empty dictionary
       case Value::Type::Bool:
         return shared(bools_, Kind::Bool, v.boolValue());
       case Value::Type::Integer:
