@@ -9,7 +9,6 @@
 
 #include "base/plist_io.h"
 #include "base/plist_text.h"
-#include "base/utf8.h"
 #include "tests/base/value_literals.h"
 
 namespace velmar {
@@ -99,39 +98,6 @@ TEST(PlistTextTest, EveryByteIsJudgedAtEveryPlaceInALongText) {
       EXPECT_EQ(propertyListText(text) == text, allowed) << byte << " at " << at;
     }
   }
-}
-
-TEST(PlistTextTest, Utf8DecodingNamesTheUnitOneReplacementStandsFor) {
-  struct Case {
-    std::string bytes;
-    bool valid;
-    size_t length;
-    uint32_t codePoint;
-  };
-  const Case cases[] = {
-      {"A", true, 1, 'A'},
-      {"\xC3\xA9z", true, 2, 0xE9},
-      {"\xE2\x82\xAC", true, 3, 0x20AC},
-      {"\xF4\x8F\xBF\xBF", true, 4, 0x10FFFF},
-      {"\xE2\x82", false, 2, 0},          // cut short: one unit
-      {"\xE2\x82z", false, 2, 0},
-      {"\xF0\x9F\x98z", false, 3, 0},
-      {"\xED\xA0\x80", false, 1, 0},       // a surrogate: each byte its own unit
-      {"\xC0\xAF", false, 1, 0},           // overlong
-      {"\x80\x80", false, 1, 0},
-      {"\xF5\x80\x80\x80", false, 1, 0},
-  };
-  for (const Case& c : cases) {
-    Utf8Char u = decodeUtf8(c.bytes);
-    EXPECT_EQ(u.valid, c.valid) << c.bytes;
-    EXPECT_EQ(u.length, c.length) << c.bytes;
-    if (c.valid) {
-      EXPECT_EQ(u.codePoint, c.codePoint) << c.bytes;
-    }
-  }
-  std::string encoded;
-  for (uint32_t cp : {0x41u, 0xE9u, 0x20ACu, 0x1F600u, 0x10FFFFu}) appendUtf8(&encoded, cp);
-  EXPECT_EQ(encoded, "A\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF");
 }
 
 }  // namespace
