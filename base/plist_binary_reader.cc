@@ -12,7 +12,10 @@
 #include <cstring>
 #include <vector>
 
+#include "base/plist_date.h"
 #include "base/plist_readers.h"
+#include "base/plist_text.h"
+#include "base/utf8.h"
 
 namespace velmar {
 
@@ -112,9 +115,12 @@ class BinaryReader {
         if (low == 3 && fits(pos, 8)) return Value(doubleAt(pos));
         return Value();
       }
-      case 0x3:  // date
+      case 0x3: {  // date
         if (low != 3 || !fits(pos, 8)) return Value();
-        return Value(Date{doubleAt(pos)});
+        const double seconds = doubleAt(pos);
+        if (!isPropertyListDate(seconds)) return Value();
+        return Value(Date{seconds});
+      }
       case 0x4: {  // data
         size_t length;
         if (!lengthOf(low, &pos, &length) || !fits(pos, length)) return Value();
@@ -123,7 +129,9 @@ class BinaryReader {
       case 0x5: {  // ASCII string
         size_t length;
         if (!lengthOf(low, &pos, &length) || !fits(pos, length)) return Value();
-        return Value(std::string(reinterpret_cast<const char*>(data_ + pos), length));
+        std::string_view text(reinterpret_cast<const char*>(data_ + pos), length);
+        if (!isAsciiText(text)) return Value();
+        return Value(std::string(text));
       }
       case 0x6: {  // UTF-16 string, big-endian code units
         size_t units;
@@ -162,9 +170,7 @@ class BinaryReader {
           if (!ref(pos + i * refWidth_, &keyIndex) || !ref(pos + (n + i) * refWidth_, &valueIndex))
             return Value();
           Value key = object(keyIndex, depth + 1);
-          // Keys are strings, and a NUL would cut a key short wherever it
-          // is used as a C string.
-          if (!key.isString() || key.str().find('\0') != std::string::npos) return Value();
+          if (!key.isString()) return Value();
           Value item = object(valueIndex, depth + 1);
           if (item.isNull() || !countTree(index, valueIndex)) return Value();
           entries.set(key.str(), std::move(item));
@@ -212,6 +218,17 @@ class BinaryReader {
     return true;
   }
 
+  // Text a property list may hold, in bytes below 0x80.
+  static bool isAsciiText(std::string_view text) {
+    for (char c : text) {
+      auto byte = static_cast<unsigned char>(c);
+      if (byte >= 0x80 || !isPropertyListCharacter(byte)) return false;
+    }
+    return true;
+  }
+
+  // False on an unpaired surrogate or a character a property list cannot
+  // hold.
   static bool utf16ToUtf8(const unsigned char* p, size_t units, std::string* out) {
     out->reserve(units);
     for (size_t i = 0; i < units; ++i) {
@@ -222,24 +239,9 @@ class BinaryReader {
         if (lo < 0xDC00 || lo > 0xDFFF) return false;
         cp = 0x10000 + ((cp - 0xD800) << 10) + (lo - 0xDC00);
         ++i;
-      } else if (cp >= 0xDC00 && cp <= 0xDFFF) {
-        return false;
       }
-      if (cp < 0x80) {
-        *out += static_cast<char>(cp);
-      } else if (cp < 0x800) {
-        *out += static_cast<char>(0xC0 | (cp >> 6));
-        *out += static_cast<char>(0x80 | (cp & 0x3F));
-      } else if (cp < 0x10000) {
-        *out += static_cast<char>(0xE0 | (cp >> 12));
-        *out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        *out += static_cast<char>(0x80 | (cp & 0x3F));
-      } else {
-        *out += static_cast<char>(0xF0 | (cp >> 18));
-        *out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-        *out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        *out += static_cast<char>(0x80 | (cp & 0x3F));
-      }
+      if (!isPropertyListCharacter(cp)) return false;  // lone low surrogates among them
+      appendUtf8(out, cp);
     }
     return true;
   }

@@ -26,7 +26,10 @@ Value parseXmlPropertyListInPlace(std::string& buffer);
 // A "bplist00" binary property list. Objects the file shares between
 // several places stay shared in the Value (copy-on-write makes that safe);
 // a file whose shared references would expand into a tree much larger than
-// the file itself is refused, as are cycles and dictionary keys holding NUL.
+// the file itself is refused, as are cycles.
+//
+// Both readers refuse text a property list cannot hold (see plist_text.h)
+// and dates outside the years 1 to 9999 (see plist_date.h).
 Value parseBinaryPropertyList(std::string_view bytes);
 
 }  // namespace velmar

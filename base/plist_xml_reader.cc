@@ -9,9 +9,10 @@
 // duplicate key replaces the earlier value in place), integers with an
 // optional sign and C base prefixes ("0x1F", "017"), unsigned values above
 // the signed range kept bit for bit, reals as strtod reads them, dates as
-// "YYYY-MM-DDTHH:MM:SSZ", data as base64 broken by any whitespace, and the
-// five predefined entities plus numeric character references in strings
-// and keys. Comments and processing instructions are skipped anywhere, the
+// "YYYY-MM-DDTHH:MM:SSZ" in the years 1 to 9999, data as base64 broken by
+// any whitespace, and the five predefined entities plus numeric character
+// references in strings and keys, which hold only what plist_text.h allows
+// however it is written. Comments and processing instructions are skipped anywhere, the
 // document type declaration is skipped, never interpreted: entities it
 // defines are unknown entities and refuse the file, so neither external
 // entities nor entity expansion can happen. Tags must match, and text
@@ -20,14 +21,16 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <iterator>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "base/plist_date.h"
 #include "base/plist_readers.h"
+#include "base/plist_text.h"
+#include "base/utf8.h"
 
 namespace velmar {
 
@@ -43,26 +46,9 @@ bool allBlank(std::string_view s) {
   return true;
 }
 
-void appendUtf8(std::string* out, uint32_t cp) {
-  if (cp < 0x80) {
-    *out += static_cast<char>(cp);
-  } else if (cp < 0x800) {
-    *out += static_cast<char>(0xC0 | (cp >> 6));
-    *out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else if (cp < 0x10000) {
-    *out += static_cast<char>(0xE0 | (cp >> 12));
-    *out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    *out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else {
-    *out += static_cast<char>(0xF0 | (cp >> 18));
-    *out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-    *out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    *out += static_cast<char>(0x80 | (cp & 0x3F));
-  }
-}
-
 // Appends `text` with its entity references replaced. False on an unknown
-// or malformed reference.
+// or malformed reference, or one to a character a property list cannot
+// hold.
 bool appendUnescaped(std::string* out, std::string_view text) {
   size_t amp;
   while ((amp = text.find('&')) != std::string_view::npos) {
@@ -88,7 +74,7 @@ bool appendUnescaped(std::string* out, std::string_view text) {
                                 std::string::npos)
         return false;
       unsigned long cp = std::strtoul(digits.c_str(), nullptr, hex ? 16 : 10);
-      if (cp == 0 || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return false;
+      if (!isPropertyListCharacter(static_cast<uint32_t>(cp))) return false;
       appendUtf8(out, static_cast<uint32_t>(cp));
     } else {
       return false;
@@ -119,20 +105,55 @@ Value integerFrom(std::string_view text) {
 
 Value realFrom(std::string_view text) { return Value(std::strtod(std::string(text).c_str(), nullptr)); }
 
+enum class DateField { Read, Missing, TooLong };
+
+// One field of a date as sscanf's "%d" reads it: blanks, a sign, digits.
+// Nine digits at most: a longer number is no date's.
+DateField dateField(std::string_view* text, int64_t* out) {
+  std::string_view t = *text;
+  while (!t.empty() && (isBlank(t.front()) || t.front() == '\v' || t.front() == '\f')) t.remove_prefix(1);
+  bool negative = false;
+  if (!t.empty() && (t.front() == '-' || t.front() == '+')) {
+    negative = t.front() == '-';
+    t.remove_prefix(1);
+  }
+  size_t digits = 0;
+  int64_t value = 0;
+  for (; digits < t.size() && t[digits] >= '0' && t[digits] <= '9'; ++digits) {
+    if (digits == 9) return DateField::TooLong;
+    value = value * 10 + (t[digits] - '0');
+  }
+  if (digits == 0) return DateField::Missing;
+  *out = negative ? -value : value;
+  t.remove_prefix(digits);
+  *text = t;
+  return DateField::Read;
+}
+
+// "YYYY-MM-DDTHH:MM:SSZ", read as the project always has: field by field
+// until the text stops matching (the fields not reached are 0), fields out
+// of their ranges carried into the next larger one, as timegm carries them.
+// Empty text is the reference date, text too short or too long to be a
+// date 1970-01-01. Null for a date outside the years 1 to 9999.
 Value dateFrom(std::string_view text) {
   std::string_view t = trimmed(text);
   if (t.empty()) return Value(Date{0});
-  struct tm tm = {};
-  long long seconds = 0;
-  if (t.size() >= 11 && t.size() < 32) {
-    std::string s(t);
-    std::sscanf(s.c_str(), "%d-%d-%dT%d:%d:%dZ", &tm.tm_year, &tm.tm_mon, &tm.tm_mday, &tm.tm_hour,
-                &tm.tm_min, &tm.tm_sec);
-    tm.tm_year -= 1900;
-    tm.tm_mon -= 1;
-    seconds = static_cast<long long>(timegm(&tm));
+  if (t.size() < 11 || t.size() >= 32) return Value(Date{-kUnixSecondsAt2001});
+  int64_t fields[6] = {0, 0, 0, 0, 0, 0};
+  static constexpr char kSeparators[] = "--T::";
+  for (int i = 0; i < 6; ++i) {
+    DateField read = dateField(&t, &fields[i]);
+    if (read == DateField::TooLong) return Value();
+    if (read == DateField::Missing) break;
+    if (i < 5) {
+      if (t.empty() || t.front() != kSeparators[i]) break;
+      t.remove_prefix(1);
+    }
   }
-  return Value(Date{static_cast<double>(seconds) - kUnixSecondsAt2001});
+  const double seconds = static_cast<double>(
+      secondsOfCivilTime(fields[0], fields[1], fields[2], fields[3], fields[4], fields[5]));
+  if (!isPropertyListDate(seconds)) return Value();
+  return Value(Date{seconds});
 }
 
 // Base64 digit values; -1 for anything else.
@@ -500,6 +521,7 @@ class XmlReader {
     switch (kind) {
       case Kind::Key:
       case Kind::String:
+        if (!isPropertyListText(text)) return Value();
         return Value(std::string(text));
       case Kind::True:
         return Value(true);
@@ -537,7 +559,7 @@ class XmlReader {
       open.entries.emplace_back();
       std::string_view key;
       if (!tag->empty) {
-        if (!scalarText(tag->name, true, &key)) return Event::Error;
+        if (!scalarText(tag->name, true, &key) || !isPropertyListText(key)) return Event::Error;
         open.entries.back().first.assign(key);
       }
       open.hasKey = true;

@@ -57,6 +57,42 @@ bool isValidUtf8(std::string_view bytes) {
   return true;
 }
 
+Utf8Char decodeUtf8(std::string_view bytes) {
+  auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
+  Utf8Char c;
+  bool complete = false;
+  size_t len = wellFormedPrefix(p, bytes.size(), &complete);
+  if (!complete) {
+    c.length = len == 0 ? 1 : len;
+    return c;
+  }
+  c.length = len;
+  c.valid = true;
+  static constexpr unsigned char kLeadMask[] = {0, 0x7F, 0x1F, 0x0F, 0x07};
+  uint32_t cp = p[0] & kLeadMask[len];
+  for (size_t i = 1; i < len; ++i) cp = (cp << 6) | (p[i] & 0x3F);
+  c.codePoint = cp;
+  return c;
+}
+
+void appendUtf8(std::string* out, uint32_t cp) {
+  if (cp < 0x80) {
+    *out += static_cast<char>(cp);
+  } else if (cp < 0x800) {
+    *out += static_cast<char>(0xC0 | (cp >> 6));
+    *out += static_cast<char>(0x80 | (cp & 0x3F));
+  } else if (cp < 0x10000) {
+    *out += static_cast<char>(0xE0 | (cp >> 12));
+    *out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+    *out += static_cast<char>(0x80 | (cp & 0x3F));
+  } else {
+    *out += static_cast<char>(0xF0 | (cp >> 18));
+    *out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+    *out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+    *out += static_cast<char>(0x80 | (cp & 0x3F));
+  }
+}
+
 size_t incompleteUtf8Tail(std::string_view bytes) {
   auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
   size_t n = bytes.size();

@@ -7,7 +7,7 @@ set -euo pipefail
 
 packages=(
   cmake ninja-build g++ pkg-config   # build
-  libplist-dev                       # writing property lists; the readers' oracle in the tests
+  libplist-dev                       # tests only: the oracle the property-list readers and writers must agree with
   qt6-base-dev qt6-qpa-plugins       # desktop application: widgets, print support, platforms
   fonts-dejavu-core                  # a fixed-pitch font for the log window
   libgtest-dev libgmock-dev          # tests

@@ -1,7 +1,11 @@
-// The reader the project used before it had its own: libplist parses the
-// bytes into its tree, which is then converted into a Value. The tests read
-// trusted files both ways and expect the same Value. Never give it hostile
-// input: that is what the project's own readers exist for.
+// The reader and the writers the project used before it had its own:
+// libplist parses the bytes into its tree, which is then converted into a
+// Value, and writes a Value converted into its tree. The tests read trusted
+// files both ways and expect the same Value, and write values libplist
+// writes correctly both ways and expect the same bytes. Never give it
+// hostile input, nor values it cannot write (text holding NUL or not UTF-8,
+// dates beyond a 32-bit count of seconds or with a fraction of a second):
+// that is what the project's own readers and writers exist for.
 
 #ifndef VELMAR_TESTS_BASE_LIBPLIST_ORACLE_H_
 #define VELMAR_TESTS_BASE_LIBPLIST_ORACLE_H_
@@ -91,6 +95,58 @@ inline Value fromNode(plist_t node) {
   }
 }
 
+struct PlistDeleter {
+  void operator()(plist_t p) const {
+    if (p) plist_free(p);
+  }
+};
+using PlistPtr = std::unique_ptr<void, PlistDeleter>;
+
+inline plist_t toNode(const Value& v) {
+  switch (v.type()) {
+    case Value::Type::Null: return nullptr;
+    case Value::Type::Bool: return plist_new_bool(v.boolValue() ? 1 : 0);
+    case Value::Type::Integer: return plist_new_uint(static_cast<uint64_t>(v.intValue()));
+    case Value::Type::Real: return plist_new_real(v.realValue());
+    case Value::Type::String: return plist_new_string(v.str().c_str());
+    case Value::Type::Date: {
+      double s = v.dateValue().seconds;
+      auto sec = static_cast<int32_t>(s);
+      auto usec = static_cast<int32_t>((s - sec) * 1e6);
+      return plist_new_date(sec, usec);
+    }
+    case Value::Type::Data: {
+      const std::string& b = v.dataValue().bytes;
+      return plist_new_data(b.data(), b.size());
+    }
+    case Value::Type::Array:
+    case Value::Type::Set: {
+      plist_t a = plist_new_array();
+      auto add = [&](const Value& item) {
+        if (plist_t n = toNode(item)) plist_array_append_item(a, n);
+      };
+      if (v.isSet()) {
+        for (const Value& item : v.setItems()) add(item);
+      } else {
+        for (const Value& item : v.arr()) add(item);
+      }
+      return a;
+    }
+    case Value::Type::Dict: {
+      plist_t d = plist_new_dict();
+      for (const auto& [k, item] : v.dict())
+        if (plist_t n = toNode(item)) plist_dict_set_item(d, k.c_str(), n);
+      return d;
+    }
+  }
+  return nullptr;
+}
+
+inline PlistPtr rootNode(const Value& v) {
+  plist_t n = toNode(v);
+  return PlistPtr(n ? n : plist_new_dict());
+}
+
 }  // namespace oracle_detail
 
 inline Value parseWithLibplist(std::string_view bytes) {
@@ -105,6 +161,26 @@ inline Value parseWithLibplist(std::string_view bytes) {
   Value v = oracle_detail::fromNode(root);
   if (root) plist_free(root);
   return v;
+}
+
+inline std::string toXmlWithLibplist(const Value& v) {
+  oracle_detail::PlistPtr root = oracle_detail::rootNode(v);
+  char* xml = nullptr;
+  uint32_t len = 0;
+  plist_to_xml(root.get(), &xml, &len);
+  std::string out(xml ? xml : "", xml ? len : 0);
+  if (xml) plist_to_xml_free(xml);
+  return out;
+}
+
+inline std::string toBinaryWithLibplist(const Value& v) {
+  oracle_detail::PlistPtr root = oracle_detail::rootNode(v);
+  char* bin = nullptr;
+  uint32_t len = 0;
+  plist_to_bin(root.get(), &bin, &len);
+  std::string out(bin ? bin : "", bin ? len : 0);
+  if (bin) plist_to_bin_free(bin);
+  return out;
 }
 
 }  // namespace velmar::testing
