@@ -11,6 +11,7 @@
 
 #include <deque>
 
+#include "base/plist_text.h"
 #include "base/unique_fd.h"
 #include "base/utf8.h"
 
@@ -74,6 +75,7 @@ std::string nameTextProblem(std::string_view name) {
   for (unsigned char c : name)
     if (c < 0x20 || c == 0x7f) return "holds a control character";
   if (!isValidUtf8(name)) return "is not valid UTF-8";
+  if (!isPropertyListText(name)) return "holds a character a property list cannot hold";
   return std::string();
 }
 

@@ -13,6 +13,7 @@
 #include "base/plist_io.h"
 #include "base/plist_readers.h"
 #include "synth/bundle_builder.h"
+#include "synth/hostile_plists.h"
 #include "synth/sample_bundles.h"
 #include "tests/base/libplist_oracle.h"
 #include "tests/base/plist_corpus.h"
@@ -153,107 +154,46 @@ TEST(PlistReaderTest, DocumentTypeDeclarationsAreNeverInterpreted) {
             Value("s"));
 }
 
-std::string nestedXml(int levels) {
-  std::string s = "<plist>";
-  for (int i = 0; i < levels; ++i) s += "<array>";
-  for (int i = 0; i < levels; ++i) s += "</array>";
-  return s + "</plist>";
-}
-
 TEST(PlistReaderTest, XmlNestingIsRefusedPastTheLimitWithoutExhaustingTheStack) {
-  EXPECT_FALSE(parsePropertyList(nestedXml(kMaxPropertyListDepth + 1)).isNull());
-  EXPECT_TRUE(parsePropertyList(nestedXml(kMaxPropertyListDepth + 2)).isNull());
-  EXPECT_TRUE(parsePropertyList(nestedXml(200000)).isNull());
-}
-
-// A binary property list from its objects' bytes: offsets and the trailer
-// are computed, references are `refWidth` bytes wide.
-std::string binaryPlist(const std::vector<std::string>& objects, int refWidth, uint64_t root = 0) {
-  std::string out = "bplist00";
-  std::vector<uint64_t> offsets;
-  for (const std::string& o : objects) {
-    offsets.push_back(out.size());
-    out += o;
-  }
-  const int offsetWidth = 8;
-  uint64_t tableOffset = out.size();
-  auto bigEndian = [&](uint64_t v, int width) {
-    for (int i = width - 1; i >= 0; --i) out += static_cast<char>((v >> (8 * i)) & 0xFF);
-  };
-  for (uint64_t o : offsets) bigEndian(o, offsetWidth);
-  out += std::string(6, '\0');
-  out += static_cast<char>(offsetWidth);
-  out += static_cast<char>(refWidth);
-  bigEndian(objects.size(), 8);
-  bigEndian(root, 8);
-  bigEndian(tableOffset, 8);
-  return out;
-}
-
-std::string ref(uint64_t index, int width) {
-  std::string out;
-  for (int i = width - 1; i >= 0; --i) out += static_cast<char>((index >> (8 * i)) & 0xFF);
-  return out;
-}
-
-// An array object of `n` (< 15) references.
-std::string arrayObject(const std::vector<uint64_t>& refs, int width) {
-  std::string out(1, static_cast<char>(0xA0 | refs.size()));
-  for (uint64_t r : refs) out += ref(r, width);
-  return out;
+  EXPECT_FALSE(parsePropertyList(synth::nestedXmlPlist(kMaxPropertyListDepth + 1)).isNull());
+  EXPECT_TRUE(parsePropertyList(synth::nestedXmlPlist(kMaxPropertyListDepth + 2)).isNull());
+  EXPECT_TRUE(parsePropertyList(synth::nestedXmlPlist(200000)).isNull());
 }
 
 TEST(PlistReaderTest, BinaryDictionaryKeyHoldingNulIsRefused) {
   // { "<U+0000>": true }, the key a UTF-16 string of one NUL code unit.
-  std::string bytes = binaryPlist({"\xD1\x01\x02", std::string("\x61\x00\x00", 3), "\x09"}, 1);
+  std::string bytes = synth::nulKeyBinaryPlist();
   EXPECT_TRUE(parsePropertyList(bytes).isNull());
   // The same with an ASCII key "a" reads.
-  EXPECT_EQ(parsePropertyList(binaryPlist({"\xD1\x01\x02", "\x51" "a", "\x09"}, 1)),
+  EXPECT_EQ(parsePropertyList(synth::binaryPlist({"\xD1\x01\x02", "\x51" "a", "\x09"}, 1)),
             testing::dictOf({{"a", true}}));
 }
 
-std::string nestedBinary(int levels) {
-  std::vector<std::string> objects;
-  for (int i = 0; i + 1 < levels; ++i) objects.push_back(arrayObject({static_cast<uint64_t>(i + 1)}, 4));
-  objects.push_back(arrayObject({}, 4));
-  return binaryPlist(objects, 4);
-}
-
 TEST(PlistReaderTest, BinaryNestingIsRefusedPastTheLimitWithoutExhaustingTheStack) {
-  EXPECT_FALSE(parsePropertyList(nestedBinary(kMaxPropertyListDepth + 1)).isNull());
-  EXPECT_TRUE(parsePropertyList(nestedBinary(kMaxPropertyListDepth + 2)).isNull());
-  EXPECT_TRUE(parsePropertyList(nestedBinary(100000)).isNull());
-}
-
-// Level k is an array of `fanOut` references to level k + 1; the last level
-// is a string. Every level is one object, shared by all its referrers.
-std::string sharedReferences(int fanOut, int levels) {
-  std::vector<std::string> objects;
-  for (int k = 0; k < levels; ++k)
-    objects.push_back(arrayObject(std::vector<uint64_t>(fanOut, static_cast<uint64_t>(k + 1)), 1));
-  objects.push_back("\x51x");
-  return binaryPlist(objects, 1);
+  EXPECT_FALSE(parsePropertyList(synth::nestedBinaryPlist(kMaxPropertyListDepth + 1)).isNull());
+  EXPECT_TRUE(parsePropertyList(synth::nestedBinaryPlist(kMaxPropertyListDepth + 2)).isNull());
+  EXPECT_TRUE(parsePropertyList(synth::nestedBinaryPlist(100000)).isNull());
 }
 
 TEST(PlistReaderTest, SharedReferencesStaySharedAndTheirExpansionIsBounded) {
-  std::string bomb = sharedReferences(10, 9);
+  std::string bomb = synth::sharedReferencesPlist(10, 9);
   EXPECT_LT(bomb.size(), 600u);
   EXPECT_TRUE(parsePropertyList(bomb).isNull());
 
   // A little sharing reads, as libplist reads it, and costs one object.
-  std::string modest = sharedReferences(10, 2);
+  std::string modest = synth::sharedReferencesPlist(10, 2);
   Value v = parsePropertyList(modest);
   expectSameAsOracle(modest, "10 x 10 shared references");
   EXPECT_TRUE(v.arr()[0].sharesStorageWith(v.arr()[9]));
 }
 
 TEST(PlistReaderTest, BinaryCyclesAndBadReferencesAreRefused) {
-  EXPECT_TRUE(parsePropertyList(binaryPlist({arrayObject({0}, 1)}, 1)).isNull());          // self
-  EXPECT_TRUE(parsePropertyList(binaryPlist({arrayObject({1}, 1), arrayObject({0}, 1)}, 1)).isNull());
-  EXPECT_TRUE(parsePropertyList(binaryPlist({arrayObject({7}, 1)}, 1)).isNull());          // past the end
-  EXPECT_TRUE(parsePropertyList(binaryPlist({"\x09"}, 1, 3)).isNull());                     // bad root
-  EXPECT_TRUE(parsePropertyList(binaryPlist({"\x5F\x10\xFF" "abc"}, 1)).isNull());         // long length
-  EXPECT_TRUE(parsePropertyList(binaryPlist({"\x00"}, 1)).isNull());                        // null object
+  EXPECT_TRUE(parsePropertyList(synth::binaryPlist({synth::binaryArrayObject({0}, 1)}, 1)).isNull());          // self
+  EXPECT_TRUE(parsePropertyList(synth::binaryPlist({synth::binaryArrayObject({1}, 1), synth::binaryArrayObject({0}, 1)}, 1)).isNull());
+  EXPECT_TRUE(parsePropertyList(synth::binaryPlist({synth::binaryArrayObject({7}, 1)}, 1)).isNull());          // past the end
+  EXPECT_TRUE(parsePropertyList(synth::binaryPlist({"\x09"}, 1, 3)).isNull());                     // bad root
+  EXPECT_TRUE(parsePropertyList(synth::binaryPlist({"\x5F\x10\xFF" "abc"}, 1)).isNull());         // long length
+  EXPECT_TRUE(parsePropertyList(synth::binaryPlist({"\x00"}, 1)).isNull());                        // null object
   EXPECT_TRUE(parsePropertyList("bplist00garbage").isNull());
 }
 

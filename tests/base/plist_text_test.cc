@@ -9,6 +9,7 @@
 
 #include "base/plist_io.h"
 #include "base/plist_text.h"
+#include "synth/hostile_plists.h"
 #include "tests/base/value_literals.h"
 
 namespace velmar {
@@ -20,20 +21,9 @@ std::string xmlString(const std::string& text) { return "<plist><string>" + text
 std::string xmlKey(const std::string& text) { return "<plist><dict><key>" + text + "</key><true/></dict></plist>"; }
 
 // A binary list of one dictionary { key: value } from the two objects'
-// bytes (one-byte references and offsets).
+// bytes.
 std::string binaryDict(const std::string& key, const std::string& value) {
-  std::string out = "bplist00";
-  std::vector<size_t> offsets;
-  for (const std::string& object : {std::string("\xD1\x01\x02"), key, value}) {
-    offsets.push_back(out.size());
-    out += object;
-  }
-  size_t table = out.size();
-  for (size_t o : offsets) out += static_cast<char>(o);
-  out += std::string(6, '\0') + "\x01\x01";
-  out += std::string(7, '\0') + "\x03" + std::string(8, '\0') + std::string(7, '\0');
-  out += static_cast<char>(table);
-  return out;
+  return synth::binaryPlist({"\xD1\x01\x02", key, value}, 1);
 }
 
 // One-byte text (marker 0x5) and UTF-16 text (marker 0x6) of fewer than 15

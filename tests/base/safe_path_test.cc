@@ -154,6 +154,7 @@ TEST(NameTextProblem, RefusesControlCharactersAndBrokenUtf8) {
   EXPECT_EQ(nameTextProblem("a\x7f"), "holds a control character");
   EXPECT_EQ(nameTextProblem("a\xff"), "is not valid UTF-8");
   EXPECT_EQ(nameTextProblem("a\xc3"), "is not valid UTF-8");
+  EXPECT_EQ(nameTextProblem("a\xef\xbf\xbf"), "holds a character a property list cannot hold");
 }
 
 }  // namespace

@@ -36,6 +36,17 @@ const std::vector<HostileList>& hostileLists() {
       {"XML nested 200,000 deep", [] { return synth::nestedXmlPlist(200000); }},
       {"binary nested 100,000 deep", [] { return synth::nestedBinaryPlist(100000); }},
       {"shared references, 10 a level, 9 levels", [] { return synth::sharedReferencesPlist(10, 9); }},
+      // Text and dates an XML property list cannot carry: written into the
+      // stripped bundle or printed by --results they would make it broken.
+      {"one-byte string that is not UTF-8",
+       [] { return synth::binaryPlist({"\xD1\x01\x02", "\x51" "a", "\x52\xFF\xFE"}, 1); }},
+      {"string holding an escape character",
+       [] { return synth::binaryPlist({"\xD1\x01\x02", "\x51" "a", "\x53\x1B[m"}, 1); }},
+      {"date that is not a number",
+       [] {
+         return synth::binaryPlist(
+             {"\xD1\x01\x02", "\x51" "a", std::string("\x33\x7F\xF8\x00\x00\x00\x00\x00\x00", 9)}, 1);
+       }},
   };
   return lists;
 }
