@@ -178,7 +178,7 @@ void ParsedFileStore::store(const FileIdentity& id, const Value& root) {
       return;
     }
   }
-  makeRoom();
+  makeRoom(path);
 }
 
 bool ParsedFileStore::makeFolder() {
@@ -193,7 +193,7 @@ bool ParsedFileStore::makeFolder() {
   return true;
 }
 
-void ParsedFileStore::makeRoom() {
+void ParsedFileStore::makeRoom(const std::string& kept) {
   struct Entry {
     std::string path;
     uint64_t bytes;
@@ -213,8 +213,9 @@ void ParsedFileStore::makeRoom() {
     struct stat st;
     if (name.rfind(kEntryPrefix, 0) != 0 || ::lstat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode))
       continue;
+    total += static_cast<uint64_t>(st.st_blocks) * 512;
+    if (path == kept) continue;
     entries.push_back({path, static_cast<uint64_t>(st.st_blocks) * 512, st.st_mtim});
-    total += entries.back().bytes;
   }
   ::closedir(dir);
   if (total <= limits_.totalBytes) return;
@@ -222,7 +223,8 @@ void ParsedFileStore::makeRoom() {
     return a.used.tv_sec != b.used.tv_sec ? a.used.tv_sec < b.used.tv_sec
                                           : a.used.tv_nsec < b.used.tv_nsec;
   });
-  // Oldest first; a process still reading one keeps its open copy.
+  // Oldest first, never the one just stored; a process still reading one
+  // keeps its open copy.
   for (const Entry& entry : entries) {
     if (total <= limits_.totalBytes) break;
     if (::unlink(entry.path.c_str()) == 0 || errno == ENOENT) total -= entry.bytes;

@@ -55,7 +55,8 @@ class ParsedFileStore {
 
  private:
   bool makeFolder();
-  void makeRoom();
+  // Drops the least recently used entries but `kept` until all fit.
+  void makeRoom(const std::string& kept);
 
   std::string folder_;
   ParsedFileStoreLimits limits_;
