@@ -50,6 +50,19 @@ uint64_t bitsOf(double d) {
   return bits;
 }
 
+// Most of a manifest's text is ASCII, which is checked eight bytes at a time.
+bool isValidText(std::string_view bytes) {
+  size_t i = 0;
+  uint64_t high = 0;
+  for (; i + 8 <= bytes.size(); i += 8) {
+    uint64_t word;
+    memcpy(&word, bytes.data() + i, 8);
+    high |= word;
+  }
+  for (; i < bytes.size(); ++i) high |= static_cast<unsigned char>(bytes[i]);
+  return (high & 0x8080808080808080ull) == 0 || isValidUtf8(bytes);
+}
+
 double doubleOf(uint64_t bits) {
   double d;
   memcpy(&d, &bits, sizeof d);
@@ -279,7 +292,7 @@ class Decoder {
         std::string_view bytes;
         if (!span(&bytes)) return false;
         if (tag == kString) {
-          if (!isValidUtf8(bytes)) return false;
+          if (!isValidText(bytes)) return false;
           v = Value(std::string(bytes));
         } else {
           v = Value::makeData(std::string(bytes));
