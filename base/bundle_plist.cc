@@ -60,6 +60,9 @@ class ParsedFileCache {
   // Stores `root` now, or notes it for takeToStore when deferred.
   void keep(const std::shared_ptr<ParsedFileStore>& store, const FileIdentity& id,
             const Value& root) {
+    // Nothing is noted that would not be kept: a run on a bundle written
+    // just now has nothing to leave for later.
+    if (!store->accepts(id)) return;
     {
       std::lock_guard<std::mutex> lock(mutex_);
       if (deferred_ && store == store_) {

@@ -29,7 +29,7 @@ int readBundlePropertyList(BundleView& view, std::string_view path, Value* root)
 // Keeps parsed files in `store` between processes too; null (the default)
 // keeps them only in this one. The tool sets it once at its start. With
 // `deferred`, files parsed here are only noted, and written by
-// storeParsedFiles: writing a snapshot costs a third of the parse, which a
+// storeParsedFiles: writing a snapshot costs about a quarter of the parse, which a
 // process whose answer is out need not wait for.
 void setParsedFileStore(std::shared_ptr<ParsedFileStore> store, bool deferred = false);
 

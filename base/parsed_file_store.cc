@@ -146,9 +146,13 @@ Value ParsedFileStore::load(const FileIdentity& id) {
   return root;
 }
 
+bool ParsedFileStore::accepts(const FileIdentity& id) const {
+  return !folder_.empty() && !unusable_ &&
+         nowNs() - std::max(id.modifiedNs, id.changedNs) >= limits_.settleNs;
+}
+
 void ParsedFileStore::store(const FileIdentity& id, const Value& root) {
-  if (folder_.empty() || unusable_) return;
-  if (nowNs() - std::max(id.modifiedNs, id.changedNs) < limits_.settleNs) return;
+  if (!accepts(id)) return;
   const std::string path = folder_ + "/" + entryName(id);
   // Another process stored it meanwhile (a damaged entry was removed by the
   // load that failed on it).

@@ -46,8 +46,12 @@ class ParsedFileStore {
   // The value stored for the file with identity `id`, or null.
   Value load(const FileIdentity& id);
 
-  // Keeps `root`, parsed from the file with identity `id`, when the file has
-  // settled and the snapshot fits the limits.
+  // Whether a file with identity `id` would be kept now: it has settled and
+  // the folder is usable.
+  bool accepts(const FileIdentity& id) const;
+
+  // Keeps `root`, parsed from the file with identity `id`, when accepts(id)
+  // and the snapshot fits the limits.
   void store(const FileIdentity& id, const Value& root);
 
   // The entry's file name for `id` (for tests that damage one).

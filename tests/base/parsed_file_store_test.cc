@@ -271,6 +271,10 @@ TEST_F(BundleStoreTest, AFileChangedJustNowIsNotStored) {
   setParsedFileStore(store);
   EXPECT_EQ(read(), arrayOf({"first"}));
   EXPECT_FALSE(fs::exists(entryPath(fileIdentity())));
+  // Nor noted for later, so a run has nothing to write after its answer.
+  setParsedFileStore(store, /*deferred=*/true);
+  EXPECT_EQ(read(), arrayOf({"first"}));
+  EXPECT_FALSE(parsedFilesToStore());
 }
 
 TEST_F(BundleStoreTest, DeferredStoresWaitUntilAsked) {
