@@ -167,20 +167,23 @@ void ParsedFileStore::store(const FileIdentity& id, const Value& root) {
   if (fd.valid()) {
     if (!writeAll(fd.get(), head) || !writeAll(fd.get(), payload)) return;
     const std::string fdPath = "/proc/self/fd/" + std::to_string(fd.get());
-    // EEXIST: another process stored the same file first.
-    if (::linkat(AT_FDCWD, fdPath.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) != 0)
-      return;
-  } else {
-    // A file system without unnamed files: a named one, renamed into place
-    // (whatever a killed writer leaves is removed by makeRoom).
-    std::string temporary = folder_ + "/" + kTemporaryPrefix + std::to_string(::getpid()) + "-XXXXXX";
-    fd.reset(::mkostemp(temporary.data(), O_CLOEXEC));
-    if (!fd.valid()) return;
-    if (!writeAll(fd.get(), head) || !writeAll(fd.get(), payload) ||
-        ::rename(temporary.c_str(), path.c_str()) != 0) {
-      ::unlink(temporary.c_str());
+    if (::linkat(AT_FDCWD, fdPath.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+      makeRoom(path);
       return;
     }
+    // EEXIST: another process stored the same file first.
+    if (errno == EEXIST) return;
+    // Else no /proc to link through: as below.
+  }
+  // A file system without unnamed files: a named one, renamed into place
+  // (whatever a killed writer leaves is removed by makeRoom).
+  std::string temporary = folder_ + "/" + kTemporaryPrefix + std::to_string(::getpid()) + "-XXXXXX";
+  fd.reset(::mkostemp(temporary.data(), O_CLOEXEC));
+  if (!fd.valid()) return;
+  if (!writeAll(fd.get(), head) || !writeAll(fd.get(), payload) ||
+      ::rename(temporary.c_str(), path.c_str()) != 0) {
+    ::unlink(temporary.c_str());
+    return;
   }
   makeRoom(path);
 }
