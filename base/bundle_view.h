@@ -41,6 +41,9 @@ struct FileIdentity {
   uint64_t inode = 0;
   uint64_t size = 0;
   int64_t modifiedNs = 0;
+  // The inode's change time where the view knows it (0 otherwise): it moves
+  // on every write even when a writer puts the old modification time back.
+  int64_t changedNs = 0;
   bool operator==(const FileIdentity&) const = default;
 };
 

@@ -38,6 +38,7 @@ void fillInfo(const struct stat& st, EntryInfo* info) {
   info->identity.inode = st.st_ino;
   info->identity.size = static_cast<uint64_t>(st.st_size);
   info->identity.modifiedNs = static_cast<int64_t>(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+  info->identity.changedNs = static_cast<int64_t>(st.st_ctim.tv_sec) * 1000000000 + st.st_ctim.tv_nsec;
 }
 
 // The names in the open folder `fd` (which stays open), with their kinds.
