@@ -4,18 +4,21 @@
 # for images of 1 GB and 4 GB, made by the tool's own image writer
 # (xorriso, ISO 9660), and the same as ext4 images (mke2fs), which go
 # through 7-Zip as the UDIF images real bundles come in do. The image is
-# read cold (empty cache: listing
-# included) and warm (the listing and the files read before come from the
-# cache, as for the desktop's later scan queries, its validate and its
-# strip).
+# read cold (empty cache: listing included) and warm (the listing and the
+# files read before come from the cache, as for the desktop's later scan
+# queries, its validate and its strip).
 #
 #   bench/image_bench.sh [BUILD_DIR] [SIZES_IN_GB...]
 #
 # Needs xorriso, 7-Zip and about 2.5 x the largest size free in $TMPDIR
 # (the payload files are sparse; the images are not). Times are wall-clock
-# seconds, the best of several runs (queries and validates: seven, cold:
-# five, listings: three, strips: three, cold: two) with the page cache warm;
-# folder and image runs alternate, so both see the same load.
+# seconds, medians of several runs (queries and validates: seven, cold:
+# five, listings: three, strips: five, cold strips: three). Folder and image
+# runs alternate, so both see the same load, and both sides start from the
+# same state: the source's bytes in the page cache (an untimed run of each
+# comes first) and, before every strip, the writeback of everything written
+# so far flushed (sync), so that no run pays for the gigabyte the run before
+# it wrote.
 
 set -euo pipefail
 
@@ -50,40 +53,51 @@ seconds() {
   echo $(((end - start) / 1000000)) | awk '{printf "%.3f", $1 / 1000}'
 }
 
-# The best of N runs of a command; `prepare` (a function name) runs first.
-best() {
-  local runs=$1 prepare=$2 best="" t
+# The median of the numbers given.
+median() {
+  printf '%s\n' "$@" | sort -g | awk '{v[NR] = $1} END {
+    if (NR % 2) printf "%.3f", v[(NR + 1) / 2]; else printf "%.3f", (v[NR / 2] + v[NR / 2 + 1]) / 2 }'
+}
+
+# The median of N runs of a command; `prepare` (a function name) runs
+# first, untimed.
+typical() {
+  local runs=$1 prepare=$2 times=() i
   shift 2
   for ((i = 0; i < runs; i++)); do
     $prepare
-    t=$(seconds "$@")
-    if [ -z "$best" ] || awk -v a="$t" -v b="$best" 'BEGIN {exit !(a < b)}'; then best=$t; fi
+    times+=("$(seconds "$@")")
   done
-  echo "$best"
+  median "${times[@]}"
 }
 
 # Two commands run by turns, so both see the same load on a shared machine:
-# duel RUNS PREPARE_A PREPARE_B A... -- B...  prints the best of each.
+# duel RUNS PREPARE_A PREPARE_B A... -- B...  prints the median of each.
+# Each runs once untimed first, so both find their source in the page cache.
 duel() {
-  local runs=$1 prepare_a=$2 prepare_b=$3 a=() b=() best_a="" best_b="" t
+  local runs=$1 prepare_a=$2 prepare_b=$3 a=() b=() times_a=() times_b=() i
   shift 3
   while [ "$1" != "--" ]; do a+=("$1"); shift; done
   shift
   b=("$@")
+  $prepare_a
+  "${a[@]}" >/dev/null 2>&1 || true
+  $prepare_b
+  "${b[@]}" >/dev/null 2>&1 || true
   for ((i = 0; i < runs; i++)); do
     $prepare_a
-    t=$(seconds "${a[@]}")
-    if [ -z "$best_a" ] || awk -v x="$t" -v y="$best_a" 'BEGIN {exit !(x < y)}'; then best_a=$t; fi
+    times_a+=("$(seconds "${a[@]}")")
     $prepare_b
-    t=$(seconds "${b[@]}")
-    if [ -z "$best_b" ] || awk -v x="$t" -v y="$best_b" 'BEGIN {exit !(x < y)}'; then best_b=$t; fi
+    times_b+=("$(seconds "${b[@]}")")
   done
-  echo "$best_a $best_b"
+  echo "$(median "${times_a[@]}") $(median "${times_b[@]}")"
 }
 
 nothing() { :; }
 clear_cache() { rm -rf "$XDG_CACHE_HOME"; }
-clear_targets() { rm -rf "$work/out-folder" "$work/out-image"; }
+# The targets of earlier strips gone, and whatever they left to write back
+# on the disk before the next strip starts its clock.
+clear_targets() { rm -rf "$work/out-folder" "$work/out-image"; sync; }
 
 selection=(--product r13 --factory swdl)
 
@@ -105,10 +119,10 @@ measure() {
     "$velmarbs" --source "$bundle" "${selection[@]}" -- \
     "$velmarbs" --source "$image" "${selection[@]}")
   clear_cache
-  v_cold=$(best 5 clear_cache "$velmarbs" --source "$image" "${selection[@]}")
-  s_cold=$(best 2 "eval clear_targets; clear_cache" "$velmarbs" --source "$image" --target "$work/out-image" "${selection[@]}")
+  v_cold=$(typical 5 clear_cache "$velmarbs" --source "$image" "${selection[@]}")
+  s_cold=$(typical 3 "eval clear_targets; clear_cache" "$velmarbs" --source "$image" --target "$work/out-image" "${selection[@]}")
   "$velmarbs" --validproducts --source "$image" >/dev/null 2>&1
-  read -r s_folder s_warm < <(duel 3 clear_targets clear_targets \
+  read -r s_folder s_warm < <(duel 5 clear_targets clear_targets \
     "$velmarbs" --source "$bundle" --target "$work/out-folder" "${selection[@]}" -- \
     "$velmarbs" --source "$image" --target "$work/out-image" "${selection[@]}")
   row "" "" "$format: query validproducts" "$q_folder" "$q_warm" "$q_cold" "$(ratio "$q_warm" "$q_folder")"
@@ -136,20 +150,22 @@ for gb in "${sizes[@]}"; do
   for f in "${others[@]}"; do [ "$f" = "$kept" ] || truncate -s "$each" "$f"; done
   files=$(find "$bundle" | wc -l)
   "$xorriso" -as mkisofs -R -J -joliet-long -iso-level 3 -o "$image" "$work/content-$gb" >/dev/null 2>&1
+  sync
 
-  listing_iso=$(best 3 nothing "$xorriso" -indev "$image" -find / -exec lsdl -- \
+  listing_iso=$(typical 3 nothing "$xorriso" -indev "$image" -find / -exec lsdl -- \
     -find / -type f -exec report_lba --)
-  listing_7z=$(best 3 nothing "$sevenzip" l -slt "$image")
+  listing_7z=$(typical 3 nothing "$sevenzip" l -slt "$image")
   row "${gb}GB" "$files" "listing iso (xorriso+7z)" "" "" "$(sum "$listing_iso" "$listing_7z")" ""
   measure "$image" iso
   if [ -n "$mke2fs" ]; then
     ext4=$work/Bundle-$gb-ext4.dmg
     "$mke2fs" -q -F -t ext4 -d "$work/content-$gb" "$ext4" $((gb * 1024 + gb * 256 + 64))M >/dev/null 2>&1
-    row "" "" "listing ext4 (7z)" "" "" "$(best 3 nothing "$sevenzip" l -slt "$ext4")" ""
+    sync
+    row "" "" "listing ext4 (7z)" "" "" "$(typical 3 nothing "$sevenzip" l -slt "$ext4")" ""
     measure "$ext4" ext4
     rm -f "$ext4"
   fi
   rm -rf "$work/content-$gb" "$image" "$work/out-folder" "$work/out-image"
   clear_cache
 done
-echo "(seconds; image = warm cache, cold = empty cache; ratio = image / folder)"
+echo "(seconds, medians; image = warm cache, cold = empty cache; ratio = image / folder)"

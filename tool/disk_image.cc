@@ -18,6 +18,7 @@
 #include "base/text.h"
 #include "base/unique_fd.h"
 #include "engine/log_object.h"
+#include "tool/cleanup.h"
 
 namespace velmar::tool {
 
@@ -71,6 +72,15 @@ std::string failure(const std::string& program, const ChildResult& run) {
   return lastPathComponent(program) + " " + describeChildFailure(run, summary(run.err + run.out));
 }
 
+// A reader or writer still running when a stop signal ends the tool goes
+// with it: it would go on writing into the folders the handler removes, or
+// hold a large image open for nobody.
+ChildResult runTied(ChildRequest request) {
+  request.started = [](pid_t pid) { registerCleanupChild(pid); };
+  request.ending = [](pid_t pid) { unregisterCleanupChild(pid); };
+  return runChild(request);
+}
+
 ChildResult runReader(const std::string& program, std::vector<std::string> args,
                       int timeoutMs, int outFd = -1) {
   ChildRequest request;
@@ -83,7 +93,7 @@ ChildResult runReader(const std::string& program, std::vector<std::string> args,
     request.out = ChildStream::ToFd;
     request.outFd = outFd;
   }
-  return runChild(request);
+  return runTied(std::move(request));
 }
 
 }  // namespace
@@ -125,14 +135,29 @@ std::optional<std::string> findSevenZip() {
 
 std::optional<std::string> findXorriso() { return findProgram("xorriso"); }
 
+bool isUdifImage(const std::string& path) {
+  // A UDIF image ends in a 512-byte trailer that begins "koly".
+  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  struct stat st;
+  if (!fd.valid() || ::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_size < 512)
+    return false;
+  char magic[4] = {};
+  ssize_t n = ::pread(fd.get(), magic, sizeof magic, st.st_size - 512);
+  return n == static_cast<ssize_t>(sizeof magic) && std::string_view(magic, sizeof magic) == "koly";
+}
+
 bool isIsoImage(const std::string& path) {
   // The primary volume descriptor's signature sits at byte 32769.
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return false;
+  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!fd.valid()) return false;
   char magic[5] = {};
-  ssize_t n = ::pread(fd, magic, sizeof magic, 32769);
-  ::close(fd);
-  return n == static_cast<ssize_t>(sizeof magic) && std::string_view(magic, sizeof magic) == "CD001";
+  ssize_t n = ::pread(fd.get(), magic, sizeof magic, 32769);
+  if (n != static_cast<ssize_t>(sizeof magic) || std::string_view(magic, sizeof magic) != "CD001")
+    return false;
+  // A UDIF image of an ISO 9660 image stored uncompressed starts as that
+  // image does, but its data is stored in chunks, runs of zeros left out:
+  // the offsets xorriso would report are not where the bytes lie.
+  return !isUdifImage(path);
 }
 
 bool makeImage(const std::string& xorriso, const std::string& folder, const std::string& image) {
@@ -143,7 +168,7 @@ bool makeImage(const std::string& xorriso, const std::string& folder, const std:
   request.args = {"-as", "mkisofs", "-R", "-J", "-joliet-long", "-iso-level",
                   "3", "-o", pathArgument(image), pathArgument(folder)};
   request.captureLimit = 64 * kOutputTail;
-  ChildResult run = runChild(request);
+  ChildResult run = runTied(std::move(request));
   if (run.succeeded()) return true;
   LogObject::sharedLogger().Log("XXX ERROR: cannot make the disk image \"%s\": %s.", image,
                                 failure(xorriso, run));
@@ -503,7 +528,7 @@ bool extractImageFile(const ImageReader& reader, const std::string& image,
   request.out = ChildStream::ToFd;
   request.outFd = fd;
   request.captureLimit = 64 * kOutputTail;
-  ChildResult run = runChild(request);
+  ChildResult run = runTied(std::move(request));
   if (run.succeeded()) return true;
   *error = failure(sevenZip, run);
   return false;

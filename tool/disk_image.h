@@ -29,8 +29,12 @@ std::optional<std::string> findProgram(std::string_view name);
 std::optional<std::string> findSevenZip();
 std::optional<std::string> findXorriso();
 
-// Whether `path` is an ISO 9660 image, as the .dmg targets this tool makes are.
+// Whether `path` is a plain ISO 9660 image, as the .dmg targets this tool
+// makes are (and not a UDIF image that holds one).
 bool isIsoImage(const std::string& path);
+// Whether `path` is a UDIF image (it ends in a "koly" trailer), the
+// container real bundles come in; 7-Zip reads those.
+bool isUdifImage(const std::string& path);
 
 // Makes the image `image` (which must not exist) of the folder's contents.
 // Logs and answers false on failure.

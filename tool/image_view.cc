@@ -16,6 +16,7 @@
 #include "base/safe_path.h"
 #include "base/text.h"
 #include "engine/log_object.h"
+#include "tool/cleanup.h"
 #include "tool/staging_area.h"
 
 namespace velmar::tool {
@@ -127,8 +128,11 @@ class ImageView : public BundleView {
         root_(root) {}
 
   ~ImageView() override {
-    // Without a cache the temporary folders are ours to remove.
-    for (const std::string& folder : ownFolders_) removePath(folder);
+    // Without a cache the scratch folder is ours to remove.
+    if (ownScratch_) {
+      removePath(scratch_);
+      unregisterCleanupPath(scratch_);
+    }
   }
 
   const std::string& location() const override { return location_; }
@@ -336,13 +340,32 @@ class ImageView : public BundleView {
     return 0;
   }
 
+  // A new empty folder for one batch of extracted files. All of them lie
+  // in one scratch folder per view (the cache's, or one of our own in
+  // $TMPDIR), so that the stop handler has one folder to remove however
+  // many batches a run extracts; the list of names a batch's reader is
+  // given lies beside its folder, inside the scratch folder too.
   std::string temporaryFolder() {
-    if (cache_) return cache_->temporaryFolder();
-    const char* tmp = ::getenv("TMPDIR");
-    std::string templ = std::string(tmp && *tmp ? tmp : "/tmp") + "/velmarbs-image-XXXXXX";
-    if (!::mkdtemp(templ.data())) return std::string();
-    ownFolders_.push_back(templ);
-    return templ;
+    if (scratch_.empty()) {
+      if (cache_) {
+        scratch_ = cache_->temporaryFolder();
+      } else {
+        const char* tmp = ::getenv("TMPDIR");
+        std::string templ = std::string(tmp && *tmp ? tmp : "/tmp") + "/velmarbs-image-XXXXXX";
+        // A stop signal between making the folder and registering it
+        // would leave it behind.
+        StopSignalsHeld held;
+        if (::mkdtemp(templ.data())) {
+          scratch_ = templ;
+          ownScratch_ = true;
+          registerCleanupPath(scratch_);
+        }
+      }
+      if (scratch_.empty()) return std::string();
+    }
+    std::string folder = scratch_ + "/" + std::to_string(++batches_);
+    if (::mkdir(folder.c_str(), 0700) != 0) return std::string();
+    return folder;
   }
 
   UniqueFd unnamedFile() {
@@ -548,7 +571,9 @@ class ImageView : public BundleView {
   std::vector<Node> nodes_;
   int root_;
   std::map<int, std::string> prefetched_;  // node -> the folder it was extracted into
-  std::vector<std::string> ownFolders_;
+  std::string scratch_;  // where batches are extracted; empty until needed
+  bool ownScratch_ = false;
+  int batches_ = 0;
   std::set<std::string> conflicts_;
 };
 
