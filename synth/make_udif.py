@@ -5,7 +5,12 @@ shipped in, so that the tool's image reading can be tested on that container
 without a machine that makes them.
 
     make_udif.py RAW OUT.dmg [--compression zlib|raw] [--chunk-sectors N]
-                 [--partition-name NAME]
+                 [--partition-name NAME] [--hfs-of-hybrid]
+
+With --hfs-of-hybrid, RAW is an ISO 9660 / HFS+ hybrid as xorriso makes it
+(-hfsplus) and only its HFS+ volume is wrapped, as an "Apple_HFS"
+partition: an HFS+ image in UDIF, as real bundles come, made without
+mounting anything.
 
 The layout, from the format's public descriptions, all integers big-endian:
 
@@ -44,6 +49,26 @@ CHECKSUM_CRC32 = 2
 def checksum(crc):
     """A UDIF checksum field: type, size in bits, then 32 words."""
     return struct.pack(">II", CHECKSUM_CRC32, 32) + struct.pack(">I", crc) + bytes(124)
+
+
+def hfs_volume_of_hybrid(image):
+    """The HFS+ volume of an ISO 9660 / HFS+ hybrid: from the start of the
+    Apple_HFS partition its Apple partition map names to the end of the
+    image, since the volume's files are the ISO's and lie after its own
+    blocks."""
+    block = 512
+    for index in range(1, 64):
+        entry = image[index * block:(index + 1) * block]
+        if len(entry) < block or entry[:2] != b"PM":
+            break
+        start, = struct.unpack(">I", entry[8:12])
+        kind = entry[48:80].split(b"\0", 1)[0]
+        if kind == b"Apple_HFS":
+            volume = image[start * block:]
+            if volume[1024:1026] not in (b"H+", b"HX"):
+                raise SystemExit("the Apple_HFS partition holds no HFS+ volume")
+            return volume
+    raise SystemExit("no Apple_HFS partition in the image's partition map")
 
 
 def build(raw, compression, chunk_sectors, partition_name):
@@ -109,13 +134,20 @@ def main():
     parser.add_argument("--compression", choices=("zlib", "raw"), default="zlib")
     parser.add_argument("--chunk-sectors", type=int, default=2048,
                         help="sectors a chunk (2048: 1 MiB, as common images use)")
-    parser.add_argument("--partition-name", default="disk image (Apple_HFS : 0)")
+    parser.add_argument("--partition-name", default=None,
+                        help="the partition's name (default: an Apple_HFS one with"
+                             " --hfs-of-hybrid, else a Linux one)")
+    parser.add_argument("--hfs-of-hybrid", action="store_true")
     args = parser.parse_args()
     if args.chunk_sectors <= 0:
         parser.error("--chunk-sectors must be positive")
     with open(args.raw, "rb") as f:
         raw = f.read()
-    image = build(raw, args.compression, args.chunk_sectors, args.partition_name)
+    name = args.partition_name
+    if args.hfs_of_hybrid:
+        raw = hfs_volume_of_hybrid(raw)
+        name = name or "disk image (Apple_HFS : 0)"
+    image = build(raw, args.compression, args.chunk_sectors, name or "disk image (Linux : 0)")
     # Written whole or not at all: a test must never read half an image.
     temporary = args.out + ".part"
     with open(temporary, "wb") as f:

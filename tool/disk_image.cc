@@ -295,11 +295,16 @@ std::vector<ImageEntry> parseSevenZipListing(std::string_view text) {
       } else {
         entry.kind = kindFromMode(mode);
       }
-      if (entry.kind == EntryKind::Link && entry.linkTarget.empty()) entry.kind = EntryKind::Other;
+      bool targetMissing = entry.kind == EntryKind::Link && entry.linkTarget.empty();
       entry.mode = permissionBits(mode);
       if (mode.empty()) entry.mode = entry.kind == EntryKind::Folder ? 0755 : 0644;
       entry.size = entry.kind == EntryKind::File ? parseCount(field("Size")) : 0;
       if (entry.kind == EntryKind::Link) entry.size = entry.linkTarget.size();
+      if (targetMissing) {
+        entry.kind = EntryKind::Other;
+        entry.isLinkWithoutTarget = true;
+        entry.size = parseCount(field("Size"));
+      }
       entry.modified = parseStampTime(field("Modified"));
       std::string_view accessed = field("Accessed");
       entry.accessed = accessed.empty() ? entry.modified : parseStampTime(accessed);
@@ -458,6 +463,46 @@ std::optional<ImageReader> chooseImageReader(const std::string& image, std::stri
 
 namespace {
 
+// HFS+ keeps a link's target as the link's contents, and 7-Zip lists such
+// a link (mode "l...") without its target, but with the target's length as
+// its size. Extracted to standard output, links come out as their targets,
+// one after another in the listing's order: one run of 7-Zip reads them
+// all, and the listed lengths cut them apart. Nothing is written to disk,
+// so no link an image makes can lead 7-Zip anywhere. A link whose target
+// cannot be had stays of kind Other: never followed, never copied.
+void readLinkTargets(const std::string& sevenZip, const std::string& image,
+                     std::vector<ImageEntry>* entries) {
+  constexpr uint64_t kMaxTarget = 4096;  // PATH_MAX: no longer link is made
+  constexpr size_t kLinksPerRun = 256;   // a command line's worth
+  std::vector<ImageEntry*> pending;
+  for (ImageEntry& entry : *entries)
+    if (entry.isLinkWithoutTarget && entry.size > 0 && entry.size <= kMaxTarget)
+      pending.push_back(&entry);
+  for (size_t first = 0; first < pending.size(); first += kLinksPerRun) {
+    const size_t last = std::min(pending.size(), first + kLinksPerRun);
+    std::vector<std::string> args = {"e", "-so", "-bd", "-spd", "--", pathArgument(image)};
+    uint64_t total = 0;
+    for (size_t i = first; i < last; ++i) {
+      args.push_back(pending[i]->path);
+      total += pending[i]->size;
+    }
+    ChildResult run = runReader(sevenZip, std::move(args), kListingTimeoutMs);
+    // Anything but the exact lengths listed, and the pieces cannot be told
+    // apart.
+    if (!run.succeeded() || run.truncated || run.out.size() != total) continue;
+    size_t at = 0;
+    for (size_t i = first; i < last; ++i) {
+      ImageEntry& entry = *pending[i];
+      std::string target = run.out.substr(at, entry.size);
+      at += entry.size;
+      if (target.find('\0') != std::string::npos) continue;
+      entry.kind = EntryKind::Link;
+      entry.linkTarget = std::move(target);
+      entry.isLinkWithoutTarget = false;
+    }
+  }
+}
+
 bool listWithSevenZip(const std::string& sevenZip, const std::string& image,
                       std::vector<ImageEntry>* entries, std::string* error) {
   ChildResult run = runReader(sevenZip, {"l", "-slt", "-bd", "--", pathArgument(image)},
@@ -467,6 +512,7 @@ bool listWithSevenZip(const std::string& sevenZip, const std::string& image,
     return false;
   }
   *entries = parseSevenZipListing(run.out);
+  readLinkTargets(sevenZip, image, entries);
   return true;
 }
 

@@ -63,6 +63,9 @@ struct ImageEntry {
   // A regular file's bytes in the image, in order, adding up to `size`;
   // empty when only the reader can extract them.
   std::vector<ImageExtent> extents;
+  // A link listed without its target (7-Zip's listing of HFS+): of kind
+  // Other, `size` the target's length, until its target is read.
+  bool isLinkWithoutTarget = false;
 };
 
 // Which program reads an image, and how.

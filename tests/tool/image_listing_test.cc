@@ -26,11 +26,13 @@ TEST(ImageListingTest, SevenZipTechnicalListing) {
       "Path = Vol/Restore/link\nFolder = -\nSize = 7\nMode = lrwxrwxrwx\nSymbolic Link = a.plist\n\n"
       "Path = Vol/Restore/tool\nFolder = -\nSize = 3\nMode = -rwsr-xr-x\n\n"
       "Path = Vol/Restore/fifo\nFolder = -\nMode = prw-r--r--\n\n"
+      // HFS+ links come without their targets, the target's length as size.
+      "Path = Vol/Restore/hfs-link\nFolder = -\nSize = 7\nMode = lrwxrwxrwx\n\n"
       // Joliet trees give no modes; names that climb out are dropped.
       "Path = Vol/plain\nFolder = -\nSize = 1\nMode = \n\n"
       "Path = ../escape\nFolder = -\nSize = 1\n";
   std::vector<ImageEntry> entries = parseSevenZipListing(text);
-  ASSERT_EQ(entries.size(), 6u);
+  ASSERT_EQ(entries.size(), 7u);
   const ImageEntry* folder = find(entries, "Vol/Restore");
   ASSERT_TRUE(folder);
   EXPECT_EQ(folder->kind, EntryKind::Folder);
@@ -48,6 +50,12 @@ TEST(ImageListingTest, SevenZipTechnicalListing) {
   EXPECT_EQ(link->linkTarget, "a.plist");
   EXPECT_EQ(find(entries, "Vol/Restore/tool")->mode, 04755u);
   EXPECT_EQ(find(entries, "Vol/Restore/fifo")->kind, EntryKind::Other);
+  EXPECT_FALSE(find(entries, "Vol/Restore/fifo")->isLinkWithoutTarget);
+  const ImageEntry* hfsLink = find(entries, "Vol/Restore/hfs-link");
+  ASSERT_TRUE(hfsLink);
+  EXPECT_EQ(hfsLink->kind, EntryKind::Other);
+  EXPECT_TRUE(hfsLink->isLinkWithoutTarget);
+  EXPECT_EQ(hfsLink->size, 7u);
   EXPECT_EQ(find(entries, "Vol/plain")->mode, 0644u);
   EXPECT_FALSE(find(entries, "../escape"));
   EXPECT_TRUE(parseSevenZipListing("garbage without a listing").empty());

@@ -1,7 +1,8 @@
 // A bundle read from a disk image answers as the same bundle read from a
 // folder: for every format this machine can make (ISO 9660 with xorriso,
 // as the tool's own images; ext4 with mke2fs, which 7-Zip reads, as it is
-// and wrapped into UDIF images, the container real bundles come in),
+// and wrapped into UDIF images, the container real bundles come in; HFS+
+// in UDIF, as real bundles are),
 // through the view, through the cache, and through velmarbs itself.
 
 #include <errno.h>
@@ -28,18 +29,6 @@ namespace velmar::tool {
 namespace {
 
 namespace fs = std::filesystem;
-
-// Wraps the raw image `raw` (removed after) into the UDIF image `image`.
-bool wrapInUdif(const std::string& raw, const std::string& image, const std::string& compression) {
-  std::optional<std::string> python = findProgram("python3");
-  if (!python) return false;
-  ChildRequest request;
-  request.program = *python;
-  request.args = {VELMAR_SOURCE_DIR "/synth/make_udif.py", raw, image, "--compression", compression};
-  const bool made = runChild(request).succeeded();
-  ::unlink(raw.c_str());
-  return made;
-}
 using testing::existsNoFollow;
 using testing::namesStartingWith;
 using testing::propertyListsIn;
@@ -48,26 +37,47 @@ using testing::runVelmarbs;
 using testing::ToolRun;
 using testing::writeText;
 
+// Wraps the raw image `raw` (removed after) into the UDIF image `image`.
+bool wrapInUdif(const std::string& raw, const std::string& image,
+                const std::vector<std::string>& options) {
+  std::optional<std::string> python = findProgram("python3");
+  if (!python) return false;
+  ChildRequest request;
+  request.program = *python;
+  request.args = {VELMAR_SOURCE_DIR "/synth/make_udif.py", raw, image};
+  request.args.insert(request.args.end(), options.begin(), options.end());
+  const bool made = runChild(request).succeeded();
+  ::unlink(raw.c_str());
+  return made;
+}
+
 // Makes an image of `folder`'s contents in `format`; false when this
 // machine lacks the program. "udif" and "udif-raw" are ext4 images wrapped
 // into the UDIF container real bundles come in (zlib and uncompressed
-// chunks), by synth/make_udif.py.
+// chunks), "udif-hfs" the HFS+ volume of an ISO 9660 / HFS+ hybrid so
+// wrapped, by synth/make_udif.py: HFS+ in UDIF as real bundles are.
 bool makeTestImage(const std::string& format, const std::string& folder, const std::string& image) {
-  if (format == "iso") {
-    std::optional<std::string> xorriso = findXorriso();
-    return xorriso && findSevenZip() && makeImage(*xorriso, folder, image);
+  if (!findSevenZip()) return false;
+  std::optional<std::string> xorriso = findXorriso();
+  if (format == "iso") return xorriso && makeImage(*xorriso, folder, image);
+  const std::string raw = image + ".raw";
+  if (format == "udif-hfs") {
+    if (!xorriso) return false;
+    ChildRequest request;
+    request.program = *xorriso;
+    request.args = {"-as", "mkisofs", "-R", "-J", "-joliet-long", "-hfsplus", "-o", raw, folder};
+    return runChild(request).succeeded() && wrapInUdif(raw, image, {"--hfs-of-hybrid"});
   }
   std::optional<std::string> mke2fs = findProgram("mke2fs");
   if (!mke2fs) mke2fs = findProgram("/usr/sbin/mke2fs");
-  if (!mke2fs || !findSevenZip()) return false;
+  if (!mke2fs) return false;
   const bool udif = format.rfind("udif", 0) == 0;
-  const std::string raw = udif ? image + ".raw" : image;
   ChildRequest request;
   request.program = *mke2fs;
-  request.args = {"-q", "-F", "-t", "ext4", "-d", folder, raw, "64M"};
+  request.args = {"-q", "-F", "-t", "ext4", "-d", folder, udif ? raw : image, "64M"};
   if (!runChild(request).succeeded()) return false;
   if (!udif) return true;
-  return wrapInUdif(raw, image, format == "udif-raw" ? "raw" : "zlib");
+  return wrapInUdif(raw, image, {"--compression", format == "udif-raw" ? "raw" : "zlib"});
 }
 
 // Everything about an entry that must be the same from a folder and an
@@ -125,6 +135,9 @@ class ImageSourceTest : public ::testing::TestWithParam<std::string> {
     std::string large;
     for (int i = 0; large.size() < (5u << 20); ++i) large += "block " + std::to_string(i) + "\n";
     writeText(bundle_ + "/Restore/038-1300-002.dmg", large);
+    // A bundle made on a file system that ignores case holds one of two
+    // names that differ only in case, as HFS+ does.
+    if (GetParam() == "udif-hfs") fs::remove(bundle_ + "/Restore/Firmware/device_map.plist");
     if (!makeTestImage(GetParam(), dir_ / "content", image_))
       GTEST_SKIP() << "cannot make a " << GetParam() << " image here";
   }
@@ -319,7 +332,11 @@ TEST_P(ImageSourceTest, AnImageWithoutABundleOrWithTwoIsRefused) {
   ASSERT_TRUE(makeTestImage(GetParam(), dir_ / "two", dir_ / "Two.dmg"));
   r = run({"--source", dir_ / "Two.dmg", "--target", scratch_ / "T"});
   EXPECT_EQ(r.status, 3);
-  EXPECT_NE(r.out.find("holds 2 bundle folders with Restore/ (\"One\", \"Two\")"), std::string::npos)
+  // HFS+ volumes hold everything in the volume's own folder.
+  const std::string volume = GetParam() == "udif-hfs" ? "ISOIMAGE/" : "";
+  EXPECT_NE(r.out.find("holds 2 bundle folders with Restore/ (\"" + volume + "One\", \"" + volume +
+                       "Two\")"),
+            std::string::npos)
       << r.out;
   EXPECT_FALSE(existsNoFollow(scratch_ / "T"));
 }
@@ -457,7 +474,7 @@ TEST(UdifImageTest, AnUncompressedUdifImageOfAnIsoImageIsNotReadInPlace) {
   if (!xorriso || !findSevenZip() || !findProgram("python3"))
     GTEST_SKIP() << "xorriso, 7-Zip or python3 is not installed";
   ASSERT_TRUE(makeImage(*xorriso, dir / "content", iso));
-  ASSERT_TRUE(wrapInUdif(iso, image, "raw"));
+  ASSERT_TRUE(wrapInUdif(iso, image, {"--compression", "raw"}));
   EXPECT_TRUE(isUdifImage(image));
   EXPECT_FALSE(isIsoImage(image));
   std::string missing;
@@ -474,7 +491,7 @@ TEST(UdifImageTest, AnUncompressedUdifImageOfAnIsoImageIsNotReadInPlace) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, ImageSourceTest,
-                         ::testing::Values("iso", "ext4", "udif", "udif-raw"),
+                         ::testing::Values("iso", "ext4", "udif", "udif-raw", "udif-hfs"),
                          [](const auto& info) {
                            std::string name = info.param;
                            std::replace(name.begin(), name.end(), '-', '_');
