@@ -109,6 +109,16 @@ TEST(ImageListingTest, StoredListingsRoundTripAndRejectDamage) {
   EXPECT_FALSE(decodeListing(text.substr(0, text.size() - 1), &back));
   EXPECT_FALSE(decodeListing("other header\n", &back));
   EXPECT_FALSE(decodeListing(text + "f\t0\t0\t0\t0\t0\t0\t../up\t\n", &back));
+  // Whole lines with a path that climbs, a number that is not one, extents
+  // that are not numbers or do not add up to the size.
+  EXPECT_TRUE(decodeListing(text + "f\t420\t4\t0\t0\t0\t0\tB/f\t\t8192:4\n", &back));
+  EXPECT_EQ(back.back().extents, (std::vector<ImageExtent>{{8192, 4}}));
+  EXPECT_FALSE(decodeListing(text + "f\t420\t4\t0\t0\t0\t0\t../up\t\t\n", &back));
+  EXPECT_FALSE(decodeListing(text + "f\t420\t4x\t0\t0\t0\t0\tB/f\t\t\n", &back));
+  EXPECT_FALSE(decodeListing(text + "f\t420\t\t0\t0\t0\t0\tB/f\t\t\n", &back));
+  EXPECT_FALSE(decodeListing(text + "f\t420\t4\t0\t0\t0\t0\tB/f\t\t8192:x\n", &back));
+  EXPECT_FALSE(decodeListing(text + "f\t420\t4\t0\t0\t0\t0\tB/f\t\t8192:3\n", &back));
+  EXPECT_FALSE(decodeListing(text + "f\t420\t4\t0\t0\t0\t0\tB/f\t\t\textra\n", &back));
 }
 
 std::vector<ImageEntry> folders(const std::vector<std::string>& paths) {
