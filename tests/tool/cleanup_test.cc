@@ -18,6 +18,7 @@ namespace velmar::tool {
 namespace {
 
 using testing::existsNoFollow;
+using testing::processGone;
 using testing::readText;
 using testing::writeText;
 
@@ -62,19 +63,6 @@ TEST(CleanupPaths, RegisterAndUnregisterWithinTheTableSize) {
   EXPECT_TRUE(registerCleanupPath("/tmp/velmar-cleanup-again"));
   unregisterCleanupPath("/tmp/velmar-cleanup-again");
   for (const std::string& path : registered) unregisterCleanupPath(path);
-}
-
-// Whether a process is gone: not there at all, or a zombie waiting for
-// whoever inherited it.
-bool processGone(pid_t pid) {
-  for (int i = 0; i < 200; ++i) {
-    if (::kill(pid, 0) != 0 && errno == ESRCH) return true;
-    std::string stat = readText("/proc/" + std::to_string(pid) + "/stat");
-    size_t paren = stat.rfind(')');
-    if (paren != std::string::npos && stat.size() > paren + 2 && stat[paren + 2] == 'Z') return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return false;
 }
 
 // A process that runs a child the way the tool runs its image readers and

@@ -30,6 +30,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::existsNoFollow;
+using testing::processGone;
 using testing::namesStartingWith;
 using testing::propertyListsIn;
 using testing::readText;
@@ -339,19 +340,6 @@ TEST_P(ImageSourceTest, AnImageWithoutABundleOrWithTwoIsRefused) {
             std::string::npos)
       << r.out;
   EXPECT_FALSE(existsNoFollow(scratch_ / "T"));
-}
-
-// Whether a process is gone: not there at all, or a zombie waiting for
-// whoever inherited it.
-bool processGone(pid_t pid) {
-  for (int i = 0; i < 200; ++i) {
-    if (::kill(pid, 0) != 0 && errno == ESRCH) return true;
-    std::string stat = readText("/proc/" + std::to_string(pid) + "/stat");
-    size_t paren = stat.rfind(')');
-    if (paren != std::string::npos && stat.size() > paren + 2 && stat[paren + 2] == 'Z') return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return false;
 }
 
 // A query or a strip stopped by a signal while an image reader (or the
