@@ -61,10 +61,20 @@ int BundleView::copyFile(std::string_view path, int out,
 int copyBytes(int in, uint64_t offset, uint64_t length, int out,
               const std::function<void(uint64_t)>& progress, bool exact) {
   constexpr size_t kKernelChunk = size_t{1} << 30;
+  // Small enough to stay in the processor's cache between the read and the
+  // write (1 MiB and more measured several times slower here).
+  constexpr size_t kBufferBytes = size_t{512} << 10;
+  constexpr loff_t kPageBytes = 4096;
   const bool toEnd = length == UINT64_MAX;
   loff_t position = static_cast<loff_t>(offset);
   loff_t* from = toEnd ? nullptr : &position;
-  bool kernel = true;
+  // The kernel copies page by page: bytes that land at another offset
+  // within their page than they are read from (a file in an ISO 9660 image
+  // starts on a 2048-byte block) are shifted piece by piece, about 1.6
+  // times slower for a gigabyte than through a buffer that fits the cache.
+  // Small copies are not worth a buffer.
+  const loff_t outAt = ::lseek(out, 0, SEEK_CUR);
+  bool kernel = toEnd || length < kBufferBytes || outAt < 0 || (position - outAt) % kPageBytes == 0;
   std::vector<char> buffer;
   for (bool first = true; toEnd || length > 0; first = false) {
     const size_t want = static_cast<size_t>(std::min<uint64_t>(length, kKernelChunk));
@@ -80,7 +90,8 @@ int copyBytes(int in, uint64_t offset, uint64_t length, int out,
         continue;
       }
     } else {
-      buffer.resize(size_t{1} << 16);
+      if (buffer.empty())
+        buffer.resize(static_cast<size_t>(std::min<uint64_t>(kBufferBytes, std::max<uint64_t>(length, 1))));
       const size_t chunk = std::min(buffer.size(), want);
       n = from ? ::pread(in, buffer.data(), chunk, *from) : ::read(in, buffer.data(), chunk);
       for (ssize_t written = 0; n > 0 && written < n;) {

@@ -124,6 +124,11 @@ class BundleView {
 // answers it to every question, so a caller may still ask and log.
 std::unique_ptr<BundleView> openFolderView(const std::string& path, int* error = nullptr);
 
+// The entries of the open folder `fd` (which stays open), with their kinds
+// (links not followed), sorted by name bytes: what a view lists, and what
+// the tool's own folders are read with. Answers 0 or an errno.
+int readFolderEntries(int fd, std::vector<FolderEntry>* entries);
+
 // The bundle-relative paths of everything below `folder` (links are listed,
 // never descended), in depth-first order with each folder before what it
 // holds and names sorted by bytes within a folder. Folders that cannot be

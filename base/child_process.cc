@@ -103,8 +103,12 @@ ChildResult runChild(const ChildRequest& request) {
   envp.push_back(nullptr);
 
   pid_t pid = -1;
+  sigset_t saved;
+  ::sigprocmask(SIG_BLOCK, &all, &saved);
   int err = ::posix_spawn(&pid, request.program.c_str(), &actions, &attributes, argv.data(),
                           envp.data());
+  if (err == 0 && request.started) request.started(pid);
+  ::sigprocmask(SIG_SETMASK, &saved, nullptr);
   posix_spawn_file_actions_destroy(&actions);
   posix_spawnattr_destroy(&attributes);
   outWrite.reset();
@@ -148,13 +152,18 @@ ChildResult runChild(const ChildRequest& request) {
     }
   }
 
+  // Waited for without reaping it, so that it can be reaped and forgotten
+  // in one step below.
   int wstatus = 0;
   for (;;) {
     if (result.timedOut) ::kill(pid, SIGKILL);
-    int flags = deadline && !result.timedOut ? WNOHANG : 0;
-    pid_t done = ::waitpid(pid, &wstatus, flags);
-    if (done < 0 && errno == EINTR) continue;
-    if (done == pid || done < 0) break;
+    siginfo_t info = {};
+    const int flags = WEXITED | WNOWAIT | (deadline && !result.timedOut ? WNOHANG : 0);
+    if (::waitid(P_PID, static_cast<id_t>(pid), &info, flags) < 0) {
+      if (errno == EINTR) continue;
+      break;
+    }
+    if (info.si_pid == pid) break;
     // Streams closed but the child lives on: wait for it within the limit.
     if (nowMs() >= deadline) {
       result.timedOut = true;
@@ -162,6 +171,11 @@ ChildResult runChild(const ChildRequest& request) {
     }
     ::usleep(2000);
   }
+  ::sigprocmask(SIG_BLOCK, &all, &saved);
+  if (request.ending) request.ending(pid);
+  while (::waitpid(pid, &wstatus, 0) < 0 && errno == EINTR) {
+  }
+  ::sigprocmask(SIG_SETMASK, &saved, nullptr);
   if (WIFEXITED(wstatus)) {
     result.status = WEXITSTATUS(wstatus);
   } else if (WIFSIGNALED(wstatus)) {

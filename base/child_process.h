@@ -7,7 +7,10 @@
 #ifndef VELMAR_BASE_CHILD_PROCESS_H_
 #define VELMAR_BASE_CHILD_PROCESS_H_
 
+#include <sys/types.h>
+
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -34,6 +37,12 @@ struct ChildRequest {
   // A captured stream keeps at most its last this many bytes, so a chatty
   // or hostile child cannot exhaust memory; 0 keeps everything.
   size_t captureLimit = 0;
+  // Told the child's process id as soon as it runs, and again just before
+  // it is reaped (after which the id may name another process); both with
+  // every signal held back, so that a signal handler that must end the
+  // children still running never misses one nor hits a stranger.
+  std::function<void(pid_t)> started;
+  std::function<void(pid_t)> ending;
 };
 
 struct ChildResult {

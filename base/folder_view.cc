@@ -41,43 +41,6 @@ void fillInfo(const struct stat& st, EntryInfo* info) {
   info->identity.changedNs = static_cast<int64_t>(st.st_ctim.tv_sec) * 1000000000 + st.st_ctim.tv_nsec;
 }
 
-// The names in the open folder `fd` (which stays open), with their kinds.
-int readFolder(int fd, std::vector<FolderEntry>* entries) {
-  int listFd = ::openat(fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (listFd < 0) return errno;
-  DIR* dir = ::fdopendir(listFd);
-  if (!dir) {
-    int err = errno;
-    ::close(listFd);
-    return err;
-  }
-  entries->clear();
-  errno = 0;
-  while (struct dirent* entry = ::readdir(dir)) {
-    std::string name = entry->d_name;
-    if (name == "." || name == "..") continue;
-    EntryKind kind = EntryKind::Other;
-    switch (entry->d_type) {
-      case DT_REG: kind = EntryKind::File; break;
-      case DT_DIR: kind = EntryKind::Folder; break;
-      case DT_LNK: kind = EntryKind::Link; break;
-      case DT_UNKNOWN: {
-        struct stat st;
-        if (::fstatat(fd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) kind = kindOf(st.st_mode);
-        break;
-      }
-      default: break;
-    }
-    entries->push_back({std::move(name), kind});
-  }
-  int err = errno;
-  ::closedir(dir);
-  if (err) return err;
-  std::sort(entries->begin(), entries->end(),
-            [](const FolderEntry& a, const FolderEntry& b) { return a.name < b.name; });
-  return 0;
-}
-
 class FolderView : public BundleView {
  public:
   FolderView(std::string location, UniqueFd root)
@@ -121,7 +84,7 @@ class FolderView : public BundleView {
     if (int err = resolve(path, &exact)) return err;
     UniqueFd fd(openBeneath(root_.get(), exact, O_RDONLY | O_DIRECTORY | O_NONBLOCK));
     if (!fd.valid()) return -fd.release();
-    return readFolder(fd.get(), entries);
+    return readFolderEntries(fd.get(), entries);
   }
 
   int readFile(std::string_view path, size_t limit, std::string* bytes,
@@ -215,7 +178,7 @@ class FolderView : public BundleView {
       } else {
         if (errno != ENOENT) return errno;
         std::vector<FolderEntry> entries;
-        if (int err = readFolder(folder.get(), &entries)) return err;
+        if (int err = readFolderEntries(folder.get(), &entries)) return err;
         std::vector<std::string> matches;
         for (const FolderEntry& entry : entries)
           if (equalIgnoringCase(entry.name, part)) matches.push_back(entry.name);
@@ -255,6 +218,42 @@ class UnreadableView : public BundleView {
 };
 
 }  // namespace
+
+int readFolderEntries(int fd, std::vector<FolderEntry>* entries) {
+  int listFd = ::openat(fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (listFd < 0) return errno;
+  DIR* dir = ::fdopendir(listFd);
+  if (!dir) {
+    int err = errno;
+    ::close(listFd);
+    return err;
+  }
+  entries->clear();
+  errno = 0;
+  while (struct dirent* entry = ::readdir(dir)) {
+    std::string name = entry->d_name;
+    if (name == "." || name == "..") continue;
+    EntryKind kind = EntryKind::Other;
+    switch (entry->d_type) {
+      case DT_REG: kind = EntryKind::File; break;
+      case DT_DIR: kind = EntryKind::Folder; break;
+      case DT_LNK: kind = EntryKind::Link; break;
+      case DT_UNKNOWN: {
+        struct stat st;
+        if (::fstatat(fd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) kind = kindOf(st.st_mode);
+        break;
+      }
+      default: break;
+    }
+    entries->push_back({std::move(name), kind});
+  }
+  int err = errno;
+  ::closedir(dir);
+  if (err) return err;
+  std::sort(entries->begin(), entries->end(),
+            [](const FolderEntry& a, const FolderEntry& b) { return a.name < b.name; });
+  return 0;
+}
 
 std::unique_ptr<BundleView> openFolderView(const std::string& path, int* error) {
   UniqueFd root(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));

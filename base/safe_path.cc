@@ -63,12 +63,17 @@ std::string relativePathProblem(std::string_view path) {
   if (path.empty()) return "is empty";
   if (path.find('\0') != std::string_view::npos) return "holds a NUL character";
   if (path.front() == '/') return "is absolute";
-  for (const std::string& part : splitPath(path)) {
+  // Component by component without copies: an image's listing checks every
+  // one of its paths this way each time it is read.
+  for (size_t start = 0;;) {
+    const size_t slash = path.find('/', start);
+    const std::string_view part = path.substr(start, slash == std::string_view::npos ? slash : slash - start);
     if (part.empty()) return "has an empty component";
     if (part == "..") return "has a \"..\" component";
     if (part == ".") return "has a \".\" component";
+    if (slash == std::string_view::npos) return std::string();
+    start = slash + 1;
   }
-  return std::string();
 }
 
 std::string nameTextProblem(std::string_view name) {

@@ -4,18 +4,23 @@
 # for images of 1 GB and 4 GB, made by the tool's own image writer
 # (xorriso, ISO 9660), and the same as ext4 images (mke2fs), which go
 # through 7-Zip as the UDIF images real bundles come in do. The image is
-# read cold (empty cache: listing
-# included) and warm (the listing and the files read before come from the
-# cache, as for the desktop's later scan queries, its validate and its
-# strip).
+# read cold (empty cache: listing included) and warm (the listing and the
+# files read before come from the cache, as for the desktop's later scan
+# queries, its validate and its strip).
 #
 #   bench/image_bench.sh [BUILD_DIR] [SIZES_IN_GB...]
 #
 # Needs xorriso, 7-Zip and about 2.5 x the largest size free in $TMPDIR
 # (the payload files are sparse; the images are not). Times are wall-clock
-# seconds, the best of several runs (queries and validates: seven, cold:
-# five, listings: three, strips: three, cold: two) with the page cache warm;
-# folder and image runs alternate, so both see the same load.
+# seconds, medians of several runs (queries, validates and strips: seven;
+# cold: five, cold strips three; listings: three); beside the ratio of the
+# wall-clock times, the ratio of processor times (user and system, children
+# included), which the other work of a shared machine disturbs far less. Folder and image
+# runs alternate, so both see the same load, and both sides start from the
+# same state: the source's bytes in the page cache (an untimed run of each
+# comes first) and, before every strip, the writeback of everything written
+# so far flushed (sync), so that no run pays for the gigabyte the run before
+# it wrote.
 
 set -euo pipefail
 
@@ -41,84 +46,112 @@ if [ "$free_kb" -lt "$need_kb" ]; then
   exit 1
 fi
 
-# Seconds taken by a command, to the millisecond.
+# Seconds a command took, to the millisecond: wall-clock time, then the
+# processor time (user and system) of the command and its children, which
+# other work on a shared machine disturbs far less.
 seconds() {
   local start end
   start=$(date +%s%N)
-  "$@" >/dev/null 2>&1
+  local cpu
+  cpu=$( ("$@" >/dev/null 2>&1 || true; times) | awk 'NR == 2 {
+    split($1, u, "m"); split($2, s, "m"); sub("s", "", u[2]); sub("s", "", s[2]);
+    printf "%.3f", u[1] * 60 + u[2] + s[1] * 60 + s[2] }')
   end=$(date +%s%N)
-  echo $(((end - start) / 1000000)) | awk '{printf "%.3f", $1 / 1000}'
+  echo "$(echo $(((end - start) / 1000000)) | awk '{printf "%.3f", $1 / 1000}') $cpu"
 }
 
-# The best of N runs of a command; `prepare` (a function name) runs first.
-best() {
-  local runs=$1 prepare=$2 best="" t
+# The median of the numbers given.
+median() {
+  printf '%s\n' "$@" | sort -g | awk '{v[NR] = $1} END {
+    if (NR % 2) printf "%.3f", v[(NR + 1) / 2]; else printf "%.3f", (v[NR / 2] + v[NR / 2 + 1]) / 2 }'
+}
+
+# The medians of the wall-clock and the processor times of "wall cpu" pairs.
+medians() {
+  local walls=() cpus=() pair
+  for pair in "$@"; do
+    walls+=("${pair% *}")
+    cpus+=("${pair#* }")
+  done
+  echo "$(median "${walls[@]}") $(median "${cpus[@]}")"
+}
+
+# The medians of N runs of a command; `prepare` (a function name) runs
+# first, untimed. Prints "wall cpu".
+typical() {
+  local runs=$1 prepare=$2 times=() i
   shift 2
   for ((i = 0; i < runs; i++)); do
     $prepare
-    t=$(seconds "$@")
-    if [ -z "$best" ] || awk -v a="$t" -v b="$best" 'BEGIN {exit !(a < b)}'; then best=$t; fi
+    times+=("$(seconds "$@")")
   done
-  echo "$best"
+  medians "${times[@]}"
 }
 
 # Two commands run by turns, so both see the same load on a shared machine:
-# duel RUNS PREPARE_A PREPARE_B A... -- B...  prints the best of each.
+# duel RUNS PREPARE_A PREPARE_B A... -- B...  prints the medians of each,
+# "wall_a cpu_a wall_b cpu_b". Each runs once untimed first, so both find
+# their source in the page cache.
 duel() {
-  local runs=$1 prepare_a=$2 prepare_b=$3 a=() b=() best_a="" best_b="" t
+  local runs=$1 prepare_a=$2 prepare_b=$3 a=() b=() times_a=() times_b=() i
   shift 3
   while [ "$1" != "--" ]; do a+=("$1"); shift; done
   shift
   b=("$@")
+  $prepare_a
+  "${a[@]}" >/dev/null 2>&1 || true
+  $prepare_b
+  "${b[@]}" >/dev/null 2>&1 || true
   for ((i = 0; i < runs; i++)); do
     $prepare_a
-    t=$(seconds "${a[@]}")
-    if [ -z "$best_a" ] || awk -v x="$t" -v y="$best_a" 'BEGIN {exit !(x < y)}'; then best_a=$t; fi
+    times_a+=("$(seconds "${a[@]}")")
     $prepare_b
-    t=$(seconds "${b[@]}")
-    if [ -z "$best_b" ] || awk -v x="$t" -v y="$best_b" 'BEGIN {exit !(x < y)}'; then best_b=$t; fi
+    times_b+=("$(seconds "${b[@]}")")
   done
-  echo "$best_a $best_b"
+  echo "$(medians "${times_a[@]}") $(medians "${times_b[@]}")"
 }
 
 nothing() { :; }
 clear_cache() { rm -rf "$XDG_CACHE_HOME"; }
-clear_targets() { rm -rf "$work/out-folder" "$work/out-image"; }
+# The targets of earlier strips gone, and whatever they left to write back
+# on the disk before the next strip starts its clock.
+clear_targets() { rm -rf "$work/out-folder" "$work/out-image"; sync; }
 
 selection=(--product r13 --factory swdl)
 
-row() { printf '%-5s %6s %-26s %9s %9s %9s %7s\n' "$@"; }
+row() { printf '%-5s %6s %-26s %9s %9s %9s %7s %7s\n' "$@"; }
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN {printf "%.2f", a / b}'; }
 sum() { awk -v a="$1" -v b="$2" 'BEGIN {printf "%.3f", a + b}'; }
 
-# The query, validate and strip from the image $1 (format $2), beside the
-# folder's figures measured before.
+# The query, validate and strip from the image $1 (format $2), each beside
+# the same from the folder.
 measure() {
-  local image=$1 format=$2 q v st cold
-  read -r q_cold_folder q_cold < <(duel 5 nothing clear_cache \
+  local image=$1 format=$2 fw fc iw ic q_cold v_cold s_cold ignored
+  read -r ignored ignored q_cold ignored < <(duel 5 nothing clear_cache \
     "$velmarbs" --validproducts --source "$bundle" -- \
     "$velmarbs" --validproducts --source "$image")
-  read -r q_folder q_warm < <(duel 7 nothing nothing \
+  read -r fw fc iw ic < <(duel 7 nothing nothing \
     "$velmarbs" --validproducts --source "$bundle" -- \
     "$velmarbs" --validproducts --source "$image")
-  read -r v_folder v_warm < <(duel 7 nothing nothing \
+  row "" "" "$format: query validproducts" "$fw" "$iw" "$q_cold" "$(ratio "$iw" "$fw")" "$(ratio "$ic" "$fc")"
+  read -r fw fc iw ic < <(duel 7 nothing nothing \
     "$velmarbs" --source "$bundle" "${selection[@]}" -- \
     "$velmarbs" --source "$image" "${selection[@]}")
   clear_cache
-  v_cold=$(best 5 clear_cache "$velmarbs" --source "$image" "${selection[@]}")
-  s_cold=$(best 2 "eval clear_targets; clear_cache" "$velmarbs" --source "$image" --target "$work/out-image" "${selection[@]}")
+  read -r v_cold ignored < <(typical 5 clear_cache "$velmarbs" --source "$image" "${selection[@]}")
+  row "" "" "$format: validate r13 swdl" "$fw" "$iw" "$v_cold" "$(ratio "$iw" "$fw")" "$(ratio "$ic" "$fc")"
+  read -r s_cold ignored < <(typical 3 "eval clear_targets; clear_cache" \
+    "$velmarbs" --source "$image" --target "$work/out-image" "${selection[@]}")
   "$velmarbs" --validproducts --source "$image" >/dev/null 2>&1
-  read -r s_folder s_warm < <(duel 3 clear_targets clear_targets \
+  read -r fw fc iw ic < <(duel 7 clear_targets clear_targets \
     "$velmarbs" --source "$bundle" --target "$work/out-folder" "${selection[@]}" -- \
     "$velmarbs" --source "$image" --target "$work/out-image" "${selection[@]}")
-  row "" "" "$format: query validproducts" "$q_folder" "$q_warm" "$q_cold" "$(ratio "$q_warm" "$q_folder")"
-  row "" "" "$format: validate r13 swdl" "$v_folder" "$v_warm" "$v_cold" "$(ratio "$v_warm" "$v_folder")"
-  row "" "" "$format: strip r13 swdl" "$s_folder" "$s_warm" "$s_cold" "$(ratio "$s_warm" "$s_folder")"
+  row "" "" "$format: strip r13 swdl" "$fw" "$iw" "$s_cold" "$(ratio "$iw" "$fw")" "$(ratio "$ic" "$fc")"
   clear_cache
 }
 
 mke2fs=$(command -v mke2fs || command -v /usr/sbin/mke2fs || true)
-row size files step folder image cold ratio
+row size files step folder image cold ratio "cpu"
 for gb in "${sizes[@]}"; do
   bundle=$work/content-$gb/Bundle
   image=$work/Bundle-$gb.dmg
@@ -136,20 +169,24 @@ for gb in "${sizes[@]}"; do
   for f in "${others[@]}"; do [ "$f" = "$kept" ] || truncate -s "$each" "$f"; done
   files=$(find "$bundle" | wc -l)
   "$xorriso" -as mkisofs -R -J -joliet-long -iso-level 3 -o "$image" "$work/content-$gb" >/dev/null 2>&1
+  sync
 
-  listing_iso=$(best 3 nothing "$xorriso" -indev "$image" -find / -exec lsdl -- \
+  read -r listing_iso ignored < <(typical 3 nothing "$xorriso" -indev "$image" -find / -exec lsdl -- \
     -find / -type f -exec report_lba --)
-  listing_7z=$(best 3 nothing "$sevenzip" l -slt "$image")
-  row "${gb}GB" "$files" "listing iso (xorriso+7z)" "" "" "$(sum "$listing_iso" "$listing_7z")" ""
+  read -r listing_7z ignored < <(typical 3 nothing "$sevenzip" l -slt "$image")
+  row "${gb}GB" "$files" "listing iso (xorriso+7z)" "" "" "$(sum "$listing_iso" "$listing_7z")" "" ""
   measure "$image" iso
   if [ -n "$mke2fs" ]; then
     ext4=$work/Bundle-$gb-ext4.dmg
     "$mke2fs" -q -F -t ext4 -d "$work/content-$gb" "$ext4" $((gb * 1024 + gb * 256 + 64))M >/dev/null 2>&1
-    row "" "" "listing ext4 (7z)" "" "" "$(best 3 nothing "$sevenzip" l -slt "$ext4")" ""
+    sync
+    read -r listing_7z ignored < <(typical 3 nothing "$sevenzip" l -slt "$ext4")
+    row "" "" "listing ext4 (7z)" "" "" "$listing_7z" "" ""
     measure "$ext4" ext4
     rm -f "$ext4"
   fi
   rm -rf "$work/content-$gb" "$image" "$work/out-folder" "$work/out-image"
   clear_cache
 done
-echo "(seconds; image = warm cache, cold = empty cache; ratio = image / folder)"
+echo "(seconds, medians of wall-clock time; image = warm cache, cold = empty cache;"
+echo " ratio = image / folder; cpu = the same ratio of processor time, children included)"

@@ -7,15 +7,18 @@
 #include <string.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace velmar::tool {
 
 namespace {
 
-// A run makes a staging folder and perhaps an unpack folder; a few more
-// slots cost nothing.
+// A run makes a staging folder and perhaps a folder for files extracted
+// from an image, and runs one reader or writer at a time; a few more slots
+// cost nothing.
 constexpr int kSlots = 8;
+constexpr int kChildSlots = 8;
 
 struct Slot {
   volatile sig_atomic_t used;
@@ -26,6 +29,7 @@ struct Slot {
 // nothing else. Changed only while the stop signals are held back, so the
 // handler never sees a slot half written.
 Slot slots[kSlots];
+volatile sig_atomic_t children[kChildSlots];  // process ids; 0: free
 
 const int kStopSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
@@ -57,6 +61,14 @@ int openFolderToEmpty(int dirFd, const char* name) {
 
 void handleStop(int sig) {
   const int savedErrno = errno;
+  // The children first: one still writing into a folder would refill it.
+  for (volatile sig_atomic_t& child : children) {
+    const pid_t pid = static_cast<pid_t>(child);
+    if (pid <= 0) continue;
+    ::kill(pid, SIGKILL);
+    while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+    }
+  }
   for (Slot& slot : slots)
     if (slot.used) removeTreeSignalSafe(slot.path);
   errno = savedErrno;
@@ -169,12 +181,26 @@ int removeTreeSignalSafe(const char* path) {
   return err;
 }
 
+namespace {
+
+// The handler cannot build paths, and the working folder may change: it
+// gets absolute ones.
+std::string absolute(const std::string& path) {
+  if (path.empty() || path.front() == '/') return path;
+  char cwd[PATH_MAX];
+  if (!::getcwd(cwd, sizeof cwd)) return std::string();
+  return std::string(cwd) + "/" + path;
+}
+
+}  // namespace
+
 bool registerCleanupPath(const std::string& path) {
-  if (path.empty() || path.size() >= PATH_MAX) return false;
+  const std::string full = absolute(path);
+  if (full.empty() || full.size() >= PATH_MAX) return false;
   StopSignalsHeld held;
   for (Slot& slot : slots) {
     if (slot.used) continue;
-    ::memcpy(slot.path, path.c_str(), path.size() + 1);
+    ::memcpy(slot.path, full.c_str(), full.size() + 1);
     slot.used = 1;
     return true;
   }
@@ -182,9 +208,27 @@ bool registerCleanupPath(const std::string& path) {
 }
 
 void unregisterCleanupPath(const std::string& path) {
+  const std::string full = absolute(path);
   StopSignalsHeld held;
   for (Slot& slot : slots)
-    if (slot.used && path == slot.path) slot.used = 0;
+    if (slot.used && full == slot.path) slot.used = 0;
+}
+
+bool registerCleanupChild(pid_t pid) {
+  if (pid <= 0) return false;
+  StopSignalsHeld held;
+  for (volatile sig_atomic_t& child : children) {
+    if (child != 0) continue;
+    child = static_cast<sig_atomic_t>(pid);
+    return true;
+  }
+  return false;
+}
+
+void unregisterCleanupChild(pid_t pid) {
+  StopSignalsHeld held;
+  for (volatile sig_atomic_t& child : children)
+    if (child == static_cast<sig_atomic_t>(pid)) child = 0;
 }
 
 StopSignalsHeld::StopSignalsHeld() {

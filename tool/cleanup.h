@@ -1,11 +1,14 @@
 // What a run created and must not leave behind when it is stopped.
 //
-// A staging folder beside the target, or a temporary folder an image was
-// unpacked into, can be as large as the bundle. SIGINT, SIGTERM and SIGHUP
-// end the tool at any point, so each such folder is registered while it
-// exists: the signal handler removes every registered path and exits with
-// 128 + the signal's number. The handler uses only async-signal-safe calls
-// (no allocation, no stdio), so it may interrupt anything.
+// A staging folder beside the target, or a temporary folder files of an
+// image were extracted into, can be as large as the bundle; an image reader
+// or writer started as a child process would go on writing into them.
+// SIGINT, SIGTERM and SIGHUP end the tool at any point, so each such folder
+// is registered while it exists, and each child while it runs: the signal
+// handler kills and reaps every registered child, then removes every
+// registered path, and exits with 128 + the signal's number. The handler
+// uses only async-signal-safe calls (no allocation, no stdio), so it may
+// interrupt anything.
 //
 // SIGKILL cannot be handled; staging folders carry their owner's process id
 // in their names so that a later run can remove those of owners that are
@@ -20,12 +23,20 @@
 
 namespace velmar::tool {
 
-// Adds an absolute path (a folder or a file) to remove on a stopping signal.
+// Adds a path (a folder or a file; a relative one is taken from the working
+// folder of the moment) to remove on a stopping signal.
 // Answers false when it cannot be registered (too long, or too many paths);
 // the path then works as ever, it is only not removed on a signal.
 bool registerCleanupPath(const std::string& path);
 // Removes `path` from the list, once its owner has removed it or kept it.
 void unregisterCleanupPath(const std::string& path);
+
+// Adds a child process to kill (SIGKILL) and reap on a signal, and takes it
+// off again once it has been waited for. Register with the stop signals
+// held from before the child is started; unregister before its process id
+// can be reused, that is before it is reaped. False when the table is full.
+bool registerCleanupChild(pid_t pid);
+void unregisterCleanupChild(pid_t pid);
 
 // Holds SIGINT, SIGTERM and SIGHUP back while it lives, for creating a path
 // and registering it as one step: a signal between the two would leave the

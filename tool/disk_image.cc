@@ -18,6 +18,7 @@
 #include "base/text.h"
 #include "base/unique_fd.h"
 #include "engine/log_object.h"
+#include "tool/cleanup.h"
 
 namespace velmar::tool {
 
@@ -71,6 +72,15 @@ std::string failure(const std::string& program, const ChildResult& run) {
   return lastPathComponent(program) + " " + describeChildFailure(run, summary(run.err + run.out));
 }
 
+// A reader or writer still running when a stop signal ends the tool goes
+// with it: it would go on writing into the folders the handler removes, or
+// hold a large image open for nobody.
+ChildResult runTied(ChildRequest request) {
+  request.started = [](pid_t pid) { registerCleanupChild(pid); };
+  request.ending = [](pid_t pid) { unregisterCleanupChild(pid); };
+  return runChild(request);
+}
+
 ChildResult runReader(const std::string& program, std::vector<std::string> args,
                       int timeoutMs, int outFd = -1) {
   ChildRequest request;
@@ -83,7 +93,7 @@ ChildResult runReader(const std::string& program, std::vector<std::string> args,
     request.out = ChildStream::ToFd;
     request.outFd = outFd;
   }
-  return runChild(request);
+  return runTied(std::move(request));
 }
 
 }  // namespace
@@ -125,14 +135,29 @@ std::optional<std::string> findSevenZip() {
 
 std::optional<std::string> findXorriso() { return findProgram("xorriso"); }
 
+bool isUdifImage(const std::string& path) {
+  // A UDIF image ends in a 512-byte trailer that begins "koly".
+  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  struct stat st;
+  if (!fd.valid() || ::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_size < 512)
+    return false;
+  char magic[4] = {};
+  ssize_t n = ::pread(fd.get(), magic, sizeof magic, st.st_size - 512);
+  return n == static_cast<ssize_t>(sizeof magic) && std::string_view(magic, sizeof magic) == "koly";
+}
+
 bool isIsoImage(const std::string& path) {
   // The primary volume descriptor's signature sits at byte 32769.
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return false;
+  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!fd.valid()) return false;
   char magic[5] = {};
-  ssize_t n = ::pread(fd, magic, sizeof magic, 32769);
-  ::close(fd);
-  return n == static_cast<ssize_t>(sizeof magic) && std::string_view(magic, sizeof magic) == "CD001";
+  ssize_t n = ::pread(fd.get(), magic, sizeof magic, 32769);
+  if (n != static_cast<ssize_t>(sizeof magic) || std::string_view(magic, sizeof magic) != "CD001")
+    return false;
+  // A UDIF image of an ISO 9660 image stored uncompressed starts as that
+  // image does, but its data is stored in chunks, runs of zeros left out:
+  // the offsets xorriso would report are not where the bytes lie.
+  return !isUdifImage(path);
 }
 
 bool makeImage(const std::string& xorriso, const std::string& folder, const std::string& image) {
@@ -143,7 +168,7 @@ bool makeImage(const std::string& xorriso, const std::string& folder, const std:
   request.args = {"-as", "mkisofs", "-R", "-J", "-joliet-long", "-iso-level",
                   "3", "-o", pathArgument(image), pathArgument(folder)};
   request.captureLimit = 64 * kOutputTail;
-  ChildResult run = runChild(request);
+  ChildResult run = runTied(std::move(request));
   if (run.succeeded()) return true;
   LogObject::sharedLogger().Log("XXX ERROR: cannot make the disk image \"%s\": %s.", image,
                                 failure(xorriso, run));
@@ -270,11 +295,16 @@ std::vector<ImageEntry> parseSevenZipListing(std::string_view text) {
       } else {
         entry.kind = kindFromMode(mode);
       }
-      if (entry.kind == EntryKind::Link && entry.linkTarget.empty()) entry.kind = EntryKind::Other;
+      bool targetMissing = entry.kind == EntryKind::Link && entry.linkTarget.empty();
       entry.mode = permissionBits(mode);
       if (mode.empty()) entry.mode = entry.kind == EntryKind::Folder ? 0755 : 0644;
       entry.size = entry.kind == EntryKind::File ? parseCount(field("Size")) : 0;
       if (entry.kind == EntryKind::Link) entry.size = entry.linkTarget.size();
+      if (targetMissing) {
+        entry.kind = EntryKind::Other;
+        entry.isLinkWithoutTarget = true;
+        entry.size = parseCount(field("Size"));
+      }
       entry.modified = parseStampTime(field("Modified"));
       std::string_view accessed = field("Accessed");
       entry.accessed = accessed.empty() ? entry.modified : parseStampTime(accessed);
@@ -433,6 +463,46 @@ std::optional<ImageReader> chooseImageReader(const std::string& image, std::stri
 
 namespace {
 
+// HFS+ keeps a link's target as the link's contents, and 7-Zip lists such
+// a link (mode "l...") without its target, but with the target's length as
+// its size. Extracted to standard output, links come out as their targets,
+// one after another in the listing's order: one run of 7-Zip reads them
+// all, and the listed lengths cut them apart. Nothing is written to disk,
+// so no link an image makes can lead 7-Zip anywhere. A link whose target
+// cannot be had stays of kind Other: never followed, never copied.
+void readLinkTargets(const std::string& sevenZip, const std::string& image,
+                     std::vector<ImageEntry>* entries) {
+  constexpr uint64_t kMaxTarget = 4096;  // PATH_MAX: no longer link is made
+  constexpr size_t kLinksPerRun = 256;   // a command line's worth
+  std::vector<ImageEntry*> pending;
+  for (ImageEntry& entry : *entries)
+    if (entry.isLinkWithoutTarget && entry.size > 0 && entry.size <= kMaxTarget)
+      pending.push_back(&entry);
+  for (size_t first = 0; first < pending.size(); first += kLinksPerRun) {
+    const size_t last = std::min(pending.size(), first + kLinksPerRun);
+    std::vector<std::string> args = {"e", "-so", "-bd", "-spd", "--", pathArgument(image)};
+    uint64_t total = 0;
+    for (size_t i = first; i < last; ++i) {
+      args.push_back(pending[i]->path);
+      total += pending[i]->size;
+    }
+    ChildResult run = runReader(sevenZip, std::move(args), kListingTimeoutMs);
+    // Anything but the exact lengths listed, and the pieces cannot be told
+    // apart.
+    if (!run.succeeded() || run.truncated || run.out.size() != total) continue;
+    size_t at = 0;
+    for (size_t i = first; i < last; ++i) {
+      ImageEntry& entry = *pending[i];
+      std::string target = run.out.substr(at, entry.size);
+      at += entry.size;
+      if (target.find('\0') != std::string::npos) continue;
+      entry.kind = EntryKind::Link;
+      entry.linkTarget = std::move(target);
+      entry.isLinkWithoutTarget = false;
+    }
+  }
+}
+
 bool listWithSevenZip(const std::string& sevenZip, const std::string& image,
                       std::vector<ImageEntry>* entries, std::string* error) {
   ChildResult run = runReader(sevenZip, {"l", "-slt", "-bd", "--", pathArgument(image)},
@@ -442,6 +512,7 @@ bool listWithSevenZip(const std::string& sevenZip, const std::string& image,
     return false;
   }
   *entries = parseSevenZipListing(run.out);
+  readLinkTargets(sevenZip, image, entries);
   return true;
 }
 
@@ -503,7 +574,7 @@ bool extractImageFile(const ImageReader& reader, const std::string& image,
   request.out = ChildStream::ToFd;
   request.outFd = fd;
   request.captureLimit = 64 * kOutputTail;
-  ChildResult run = runChild(request);
+  ChildResult run = runTied(std::move(request));
   if (run.succeeded()) return true;
   *error = failure(sevenZip, run);
   return false;

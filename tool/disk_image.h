@@ -29,8 +29,12 @@ std::optional<std::string> findProgram(std::string_view name);
 std::optional<std::string> findSevenZip();
 std::optional<std::string> findXorriso();
 
-// Whether `path` is an ISO 9660 image, as the .dmg targets this tool makes are.
+// Whether `path` is a plain ISO 9660 image, as the .dmg targets this tool
+// makes are (and not a UDIF image that holds one).
 bool isIsoImage(const std::string& path);
+// Whether `path` is a UDIF image (it ends in a "koly" trailer), the
+// container real bundles come in; 7-Zip reads those.
+bool isUdifImage(const std::string& path);
 
 // Makes the image `image` (which must not exist) of the folder's contents.
 // Logs and answers false on failure.
@@ -59,6 +63,9 @@ struct ImageEntry {
   // A regular file's bytes in the image, in order, adding up to `size`;
   // empty when only the reader can extract them.
   std::vector<ImageExtent> extents;
+  // A link listed without its target (7-Zip's listing of HFS+): of kind
+  // Other, `size` the target's length, until its target is read.
+  bool isLinkWithoutTarget = false;
 };
 
 // Which program reads an image, and how.

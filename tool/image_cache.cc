@@ -1,6 +1,5 @@
 #include "tool/image_cache.h"
 
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -15,6 +14,7 @@
 #include <cstdio>
 
 #include "base/file_bytes.h"
+#include "tool/cleanup.h"
 #include "tool/staging_area.h"
 
 namespace velmar::tool {
@@ -49,13 +49,10 @@ std::string fileName(const std::string& path, uint64_t size) {
 
 std::vector<std::string> namesIn(const std::string& folder) {
   std::vector<std::string> names;
-  DIR* dir = ::opendir(folder.c_str());
-  if (!dir) return names;
-  while (struct dirent* entry = ::readdir(dir)) {
-    std::string name = entry->d_name;
-    if (name != "." && name != "..") names.push_back(std::move(name));
-  }
-  ::closedir(dir);
+  UniqueFd fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  std::vector<FolderEntry> entries;
+  if (!fd.valid() || readFolderEntries(fd.get(), &entries) != 0) return names;
+  for (FolderEntry& entry : entries) names.push_back(std::move(entry.name));
   return names;
 }
 
@@ -127,7 +124,10 @@ ImageCache::ImageCache(std::string root, std::string folder, UniqueFd lock, Imag
     : root_(std::move(root)), folder_(std::move(folder)), lock_(std::move(lock)), limits_(limits) {}
 
 ImageCache::~ImageCache() {
-  for (const std::string& folder : temporary_) removePath(folder);
+  for (const std::string& folder : temporary_) {
+    removePath(folder);
+    unregisterCleanupPath(folder);
+  }
 }
 
 std::unique_ptr<ImageCache> ImageCache::open(const std::string& root, const std::string& image,
@@ -257,8 +257,12 @@ UniqueFd ImageCache::unnamedFile() {
 
 std::string ImageCache::temporaryFolder() {
   std::string templ = folder_ + "/" + kTemporaryPrefix + std::to_string(::getpid()) + "-XXXXXX";
+  // Registered for removal on a stop signal as it is made: a run killed
+  // outright leaves it to the next run, one stopped leaves nothing.
+  StopSignalsHeld held;
   if (!::mkdtemp(templ.data())) return std::string();
   temporary_.push_back(templ);
+  registerCleanupPath(templ);
   return templ;
 }
 

@@ -8,6 +8,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <deque>
 #include <map>
 #include <set>
@@ -16,6 +18,7 @@
 #include "base/safe_path.h"
 #include "base/text.h"
 #include "engine/log_object.h"
+#include "tool/cleanup.h"
 #include "tool/staging_area.h"
 
 namespace velmar::tool {
@@ -73,6 +76,11 @@ std::string escape(std::string_view text) {
 }
 
 bool unescape(std::string_view text, std::string* out) {
+  // Almost no name holds an escape.
+  if (text.find('%') == std::string_view::npos) {
+    out->assign(text);
+    return true;
+  }
   out->clear();
   for (size_t i = 0; i < text.size(); ++i) {
     if (text[i] != '%') {
@@ -90,19 +98,31 @@ bool unescape(std::string_view text, std::string* out) {
   return true;
 }
 
-std::vector<std::string_view> splitTabs(std::string_view line) {
-  std::vector<std::string_view> fields;
-  size_t start = 0;
+// The listing's lines have exactly this many fields.
+constexpr size_t kListingFields = 10;
+
+// Splits a line of the listing at its tabs; false unless it has exactly
+// kListingFields fields.
+bool splitTabs(std::string_view line, std::array<std::string_view, kListingFields>* fields) {
+  size_t count = 0, start = 0;
   for (;;) {
     size_t tab = line.find('\t', start);
-    fields.push_back(line.substr(start, tab == std::string_view::npos ? tab : tab - start));
-    if (tab == std::string_view::npos) return fields;
+    if (count == kListingFields) return false;
+    (*fields)[count++] = line.substr(start, tab == std::string_view::npos ? tab : tab - start);
+    if (tab == std::string_view::npos) return count == kListingFields;
     start = tab + 1;
   }
 }
 
-int64_t toInt(std::string_view text) {
-  return std::strtoll(std::string(text).c_str(), nullptr, 10);
+// A whole decimal number, or false: a listing that does not hold numbers
+// where it should is damaged and listed again.
+template <typename Int>
+bool parseNumber(std::string_view text, Int* value) {
+  int64_t parsed = 0;
+  auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), parsed);
+  if (error != std::errc() || end != text.data() + text.size() || text.empty()) return false;
+  *value = static_cast<Int>(parsed);
+  return true;
 }
 
 // One entry of the image as a tree.
@@ -127,8 +147,11 @@ class ImageView : public BundleView {
         root_(root) {}
 
   ~ImageView() override {
-    // Without a cache the temporary folders are ours to remove.
-    for (const std::string& folder : ownFolders_) removePath(folder);
+    // Without a cache the scratch folder is ours to remove.
+    if (ownScratch_) {
+      removePath(scratch_);
+      unregisterCleanupPath(scratch_);
+    }
   }
 
   const std::string& location() const override { return location_; }
@@ -336,13 +359,32 @@ class ImageView : public BundleView {
     return 0;
   }
 
+  // A new empty folder for one batch of extracted files. All of them lie
+  // in one scratch folder per view (the cache's, or one of our own in
+  // $TMPDIR), so that the stop handler has one folder to remove however
+  // many batches a run extracts; the list of names a batch's reader is
+  // given lies beside its folder, inside the scratch folder too.
   std::string temporaryFolder() {
-    if (cache_) return cache_->temporaryFolder();
-    const char* tmp = ::getenv("TMPDIR");
-    std::string templ = std::string(tmp && *tmp ? tmp : "/tmp") + "/velmarbs-image-XXXXXX";
-    if (!::mkdtemp(templ.data())) return std::string();
-    ownFolders_.push_back(templ);
-    return templ;
+    if (scratch_.empty()) {
+      if (cache_) {
+        scratch_ = cache_->temporaryFolder();
+      } else {
+        const char* tmp = ::getenv("TMPDIR");
+        std::string templ = std::string(tmp && *tmp ? tmp : "/tmp") + "/velmarbs-image-XXXXXX";
+        // A stop signal between making the folder and registering it
+        // would leave it behind.
+        StopSignalsHeld held;
+        if (::mkdtemp(templ.data())) {
+          scratch_ = templ;
+          ownScratch_ = true;
+          registerCleanupPath(scratch_);
+        }
+      }
+      if (scratch_.empty()) return std::string();
+    }
+    std::string folder = scratch_ + "/" + std::to_string(++batches_);
+    if (::mkdir(folder.c_str(), 0700) != 0) return std::string();
+    return folder;
   }
 
   UniqueFd unnamedFile() {
@@ -548,55 +590,51 @@ class ImageView : public BundleView {
   std::vector<Node> nodes_;
   int root_;
   std::map<int, std::string> prefetched_;  // node -> the folder it was extracted into
-  std::vector<std::string> ownFolders_;
+  std::string scratch_;  // where batches are extracted; empty until needed
+  bool ownScratch_ = false;
+  int batches_ = 0;
   std::set<std::string> conflicts_;
 };
 
 // The listing as a tree: node 0 is the image's root; folders missing from
 // the listing are made up; a path listed twice keeps its first entry.
+// Paths are looked up as views into the entries' own paths (a made-up
+// folder's path is a prefix of one), which stay put until the entries move
+// into their nodes at the end: a listing of many thousand entries is read
+// by every query, so it is built without a copy of every path.
 std::vector<Node> buildTree(std::vector<ImageEntry> entries) {
   std::vector<Node> nodes(1);
   nodes[0].entry.kind = EntryKind::Folder;
   nodes[0].entry.mode = 0755;
-  std::unordered_map<std::string, int> byPath = {{"", 0}};
-  auto add = [&](ImageEntry entry) {
-    if (byPath.count(entry.path)) return;
-    // The folders above, made up when the listing lacks them.
-    std::string parentPathText = parentPath(entry.path);
-    int parent;
-    auto parentIt = byPath.find(parentPathText);
-    if (parentIt != byPath.end()) {
-      parent = parentIt->second;
-    } else {
-      parent = 0;
-      std::string built;
-      for (const std::string& part : splitPath(parentPathText)) {
-        built = appendingPathComponent(built, part);
-        auto it = byPath.find(built);
-        if (it != byPath.end()) {
-          parent = it->second;
-          continue;
-        }
-        Node folder;
-        folder.entry.path = built;
-        folder.entry.kind = EntryKind::Folder;
-        folder.entry.mode = 0755;
-        folder.name = part;
-        folder.parent = parent;
-        nodes.push_back(std::move(folder));
-        parent = static_cast<int>(nodes.size() - 1);
-        nodes[static_cast<size_t>(nodes.back().parent)].children.push_back(parent);
-        byPath.emplace(built, parent);
-      }
-    }
+  std::vector<int> source(1, -1);  // node -> the entry it takes, -1: made up
+  std::unordered_map<std::string_view, int> byPath;
+  byPath.reserve(entries.size() + 1);
+  byPath.emplace(std::string_view(), 0);
+  auto addNode = [&](std::string_view path, int parent, int entry) {
+    const size_t slash = path.rfind('/');
     Node node;
-    node.name = lastComponent(entry.path);
-    node.entry = std::move(entry);
+    node.name = std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
     node.parent = parent;
     nodes.push_back(std::move(node));
-    int index = static_cast<int>(nodes.size() - 1);
+    source.push_back(entry);
+    const int index = static_cast<int>(nodes.size() - 1);
     nodes[static_cast<size_t>(parent)].children.push_back(index);
-    byPath.emplace(nodes.back().entry.path, index);
+    byPath.emplace(path, index);
+    return index;
+  };
+  // The folder at `path`, made up (with the folders above it) when the
+  // listing lacks it.
+  auto folder = [&](std::string_view path) {
+    auto it = byPath.find(path);
+    if (it != byPath.end()) return it->second;
+    int parent = 0;
+    for (size_t end = 0; end != std::string_view::npos;) {
+      end = path.find('/', end + 1);
+      std::string_view prefix = path.substr(0, end);
+      auto found = byPath.find(prefix);
+      parent = found != byPath.end() ? found->second : addNode(prefix, parent, -1);
+    }
+    return parent;
   };
   // Parents before children, whatever order the reader listed in.
   std::vector<std::pair<size_t, size_t>> order;  // depth, index
@@ -606,8 +644,27 @@ std::vector<Node> buildTree(std::vector<ImageEntry> entries) {
   std::stable_sort(order.begin(), order.end(),
                    [](const auto& a, const auto& b) { return a.first < b.first; });
   nodes.reserve(entries.size() + 1);
-  byPath.reserve(entries.size() + 1);
-  for (const auto& [depth, index] : order) add(std::move(entries[index]));
+  source.reserve(entries.size() + 1);
+  for (const auto& [depth, index] : order) {
+    std::string_view path = entries[index].path;
+    if (byPath.count(path)) continue;
+    const size_t slash = path.rfind('/');
+    const int parent = folder(slash == std::string_view::npos ? std::string_view() : path.substr(0, slash));
+    addNode(path, parent, static_cast<int>(index));
+  }
+  byPath.clear();
+  for (size_t i = 1; i < nodes.size(); ++i) {
+    if (source[i] >= 0) {
+      nodes[i].entry = std::move(entries[static_cast<size_t>(source[i])]);
+      continue;
+    }
+    // A made-up folder: its path from its parent's, which is set by now
+    // (parents come first).
+    const Node& parent = nodes[static_cast<size_t>(nodes[i].parent)];
+    nodes[i].entry.path = appendingPathComponent(parent.entry.path, nodes[i].name);
+    nodes[i].entry.kind = EntryKind::Folder;
+    nodes[i].entry.mode = 0755;
+  }
   for (Node& node : nodes)
     std::sort(node.children.begin(), node.children.end(),
               [&](int a, int b) { return nodes[static_cast<size_t>(a)].name < nodes[static_cast<size_t>(b)].name; });
@@ -635,19 +692,23 @@ std::string encodeListing(const std::vector<ImageEntry>& entries) {
 bool decodeListing(std::string_view text, std::vector<ImageEntry>* entries) {
   if (text.substr(0, kListingHeader.size()) != kListingHeader) return false;
   entries->clear();
+  entries->reserve(static_cast<size_t>(std::count(text.begin(), text.end(), '\n')));
   size_t pos = kListingHeader.size();
   while (pos < text.size()) {
     size_t end = text.find('\n', pos);
     if (end == std::string_view::npos) return false;  // a cut-off file
-    std::vector<std::string_view> f = splitTabs(text.substr(pos, end - pos));
+    std::array<std::string_view, kListingFields> f;
+    if (!splitTabs(text.substr(pos, end - pos), &f)) return false;
     pos = end + 1;
-    if (f.size() != 10 || f[0].size() != 1) return false;
+    if (f[0].size() != 1) return false;
     ImageEntry e;
     e.kind = kindOfLetter(f[0][0]);
-    e.mode = static_cast<mode_t>(toInt(f[1]) & 07777);
-    e.size = static_cast<uint64_t>(toInt(f[2]));
-    e.modified = {static_cast<time_t>(toInt(f[3])), static_cast<long>(toInt(f[4]))};
-    e.accessed = {static_cast<time_t>(toInt(f[5])), static_cast<long>(toInt(f[6]))};
+    int64_t mode = 0;
+    if (!parseNumber(f[1], &mode) || !parseNumber(f[2], &e.size) ||
+        !parseNumber(f[3], &e.modified.tv_sec) || !parseNumber(f[4], &e.modified.tv_nsec) ||
+        !parseNumber(f[5], &e.accessed.tv_sec) || !parseNumber(f[6], &e.accessed.tv_nsec))
+      return false;
+    e.mode = static_cast<mode_t>(mode & 07777);
     if (!unescape(f[7], &e.path) || !unescape(f[8], &e.linkTarget)) return false;
     if (e.path.empty() || !relativePathProblem(e.path).empty()) return false;
     uint64_t total = 0;
@@ -656,9 +717,10 @@ bool decodeListing(std::string_view text, std::vector<ImageEntry>* entries) {
       if (comma == std::string_view::npos) comma = f[9].size();
       std::string_view pair = f[9].substr(start, comma - start);
       size_t colon = pair.find(':');
-      if (colon == std::string_view::npos) return false;
-      ImageExtent extent{static_cast<uint64_t>(toInt(pair.substr(0, colon))),
-                         static_cast<uint64_t>(toInt(pair.substr(colon + 1)))};
+      ImageExtent extent;
+      if (colon == std::string_view::npos || !parseNumber(pair.substr(0, colon), &extent.offset) ||
+          !parseNumber(pair.substr(colon + 1), &extent.length))
+        return false;
       total += extent.length;
       e.extents.push_back(extent);
       start = comma + 1;

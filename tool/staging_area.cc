@@ -2,7 +2,6 @@
 
 #include "base/staging_name.h"
 
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
@@ -21,6 +20,7 @@
 
 #include "engine/log_object.h"
 #include "tool/cleanup.h"
+#include "base/bundle_view.h"
 #include "base/safe_path.h"
 #include "base/unique_fd.h"
 
@@ -63,22 +63,11 @@ int removeTree(int dirFd, const std::string& name) {
   if ((st.st_mode & 0700) != 0700) ::fchmodat(dirFd, name.c_str(), 0700, 0);
   UniqueFd folder(::openat(dirFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!folder.valid()) return errno;
-  int listFd = ::dup(folder.get());
-  DIR* dir = listFd >= 0 ? ::fdopendir(listFd) : nullptr;
-  if (!dir) {
-    int err = errno;
-    if (listFd >= 0) ::close(listFd);
-    return err;
-  }
-  std::vector<std::string> names;
-  while (struct dirent* entry = ::readdir(dir)) {
-    std::string child = entry->d_name;
-    if (child != "." && child != "..") names.push_back(std::move(child));
-  }
-  ::closedir(dir);
+  std::vector<FolderEntry> entries;
+  if (int err = readFolderEntries(folder.get(), &entries)) return err;
   int firstError = 0;
-  for (const std::string& child : names) {
-    int err = removeTree(folder.get(), child);
+  for (const FolderEntry& child : entries) {
+    int err = removeTree(folder.get(), child.name);
     if (err && !firstError) firstError = err;
   }
   if (::unlinkat(dirFd, name.c_str(), AT_REMOVEDIR) != 0 && !firstError) firstError = errno;
@@ -112,25 +101,19 @@ void removeStaleStagingAreas(const std::string& target) {
 std::vector<std::string> staleStagingAreas(const std::string& folder, const std::string& prefix) {
   std::vector<std::string> stale;
   UniqueFd dirFd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!dirFd.valid()) return stale;
-  int listFd = ::dup(dirFd.get());
-  DIR* dir = listFd >= 0 ? ::fdopendir(listFd) : nullptr;
-  if (!dir) {
-    if (listFd >= 0) ::close(listFd);
-    return stale;
-  }
-  while (struct dirent* entry = ::readdir(dir)) {
-    std::optional<pid_t> owner = stagingOwner(entry->d_name, prefix);
+  std::vector<FolderEntry> entries;
+  if (!dirFd.valid() || readFolderEntries(dirFd.get(), &entries) != 0) return stale;
+  for (const FolderEntry& entry : entries) {
+    std::optional<pid_t> owner = stagingOwner(entry.name, prefix);
     if (!owner || *owner == ::getpid()) continue;
     // Only a folder of this user whose owner is gone; a live owner (or one
     // of another user, whom kill cannot ask) keeps its folder.
     struct stat st;
-    if (::fstatat(dirFd.get(), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
+    if (::fstatat(dirFd.get(), entry.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
     if (!S_ISDIR(st.st_mode) || st.st_uid != ::geteuid()) continue;
     if (::kill(*owner, 0) == 0 || errno != ESRCH) continue;
-    stale.push_back(entry->d_name);
+    stale.push_back(entry.name);
   }
-  ::closedir(dir);
   return stale;
 }
 

@@ -1,9 +1,16 @@
 #include "tool/cleanup.h"
 
+#include <errno.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <thread>
+
+#include "base/child_process.h"
 #include "synth/temp_dir.h"
 #include "tests/tool/tool_test_support.h"
 
@@ -11,6 +18,7 @@ namespace velmar::tool {
 namespace {
 
 using testing::existsNoFollow;
+using testing::processGone;
 using testing::readText;
 using testing::writeText;
 
@@ -55,6 +63,60 @@ TEST(CleanupPaths, RegisterAndUnregisterWithinTheTableSize) {
   EXPECT_TRUE(registerCleanupPath("/tmp/velmar-cleanup-again"));
   unregisterCleanupPath("/tmp/velmar-cleanup-again");
   for (const std::string& path : registered) unregisterCleanupPath(path);
+}
+
+// A process that runs a child the way the tool runs its image readers and
+// is stopped while the child runs: the child is killed and reaped, the
+// registered folder removed, and the exit status says which signal it was.
+TEST(CleanupChildren, AStopSignalEndsTheChildrenAndRemovesTheFolders) {
+  for (int sig : {SIGINT, SIGTERM, SIGHUP}) {
+    synth::TempDir dir("velmar-cleanup");
+    const std::string folder = dir / "extracted";
+    writeText(folder + "/part", "x");
+    int pids[2];
+    ASSERT_EQ(::pipe(pids), 0);
+    pid_t tool = ::fork();
+    ASSERT_GE(tool, 0);
+    if (tool == 0) {
+      ::close(pids[0]);
+      installStopHandlers();
+      registerCleanupPath(folder);
+      ChildRequest request;
+      request.program = "/bin/sleep";
+      request.args = {"60"};
+      request.started = [&](pid_t pid) {
+        registerCleanupChild(pid);
+        ssize_t ignored = ::write(pids[1], &pid, sizeof pid);
+        (void)ignored;
+      };
+      request.ending = [](pid_t pid) { unregisterCleanupChild(pid); };
+      runChild(request);
+      ::_exit(0);
+    }
+    ::close(pids[1]);
+    pid_t child = 0;
+    ASSERT_EQ(::read(pids[0], &child, sizeof child), static_cast<ssize_t>(sizeof child));
+    ::close(pids[0]);
+    // The signal to the tool alone, as `kill PID` sends it.
+    ::kill(tool, sig);
+    int status = 0;
+    ASSERT_EQ(::waitpid(tool, &status, 0), tool);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 128 + sig) << sig << " " << status;
+    EXPECT_TRUE(processGone(child)) << sig;
+    EXPECT_FALSE(existsNoFollow(folder)) << sig;
+  }
+}
+
+TEST(CleanupChildren, ARunChildIsForgottenOnceReaped) {
+  // A child that ended normally is no longer in the table: the slots do
+  // not fill up over a run that starts many.
+  for (int i = 0; i < 50; ++i) {
+    ChildRequest request;
+    request.program = "/bin/true";
+    request.started = [](pid_t pid) { EXPECT_TRUE(registerCleanupChild(pid)); };
+    request.ending = [](pid_t pid) { unregisterCleanupChild(pid); };
+    EXPECT_TRUE(runChild(request).succeeded());
+  }
 }
 
 }  // namespace

@@ -26,11 +26,13 @@ TEST(ImageListingTest, SevenZipTechnicalListing) {
       "Path = Vol/Restore/link\nFolder = -\nSize = 7\nMode = lrwxrwxrwx\nSymbolic Link = a.plist\n\n"
       "Path = Vol/Restore/tool\nFolder = -\nSize = 3\nMode = -rwsr-xr-x\n\n"
       "Path = Vol/Restore/fifo\nFolder = -\nMode = prw-r--r--\n\n"
+      // HFS+ links come without their targets, the target's length as size.
+      "Path = Vol/Restore/hfs-link\nFolder = -\nSize = 7\nMode = lrwxrwxrwx\n\n"
       // Joliet trees give no modes; names that climb out are dropped.
       "Path = Vol/plain\nFolder = -\nSize = 1\nMode = \n\n"
       "Path = ../escape\nFolder = -\nSize = 1\n";
   std::vector<ImageEntry> entries = parseSevenZipListing(text);
-  ASSERT_EQ(entries.size(), 6u);
+  ASSERT_EQ(entries.size(), 7u);
   const ImageEntry* folder = find(entries, "Vol/Restore");
   ASSERT_TRUE(folder);
   EXPECT_EQ(folder->kind, EntryKind::Folder);
@@ -48,6 +50,12 @@ TEST(ImageListingTest, SevenZipTechnicalListing) {
   EXPECT_EQ(link->linkTarget, "a.plist");
   EXPECT_EQ(find(entries, "Vol/Restore/tool")->mode, 04755u);
   EXPECT_EQ(find(entries, "Vol/Restore/fifo")->kind, EntryKind::Other);
+  EXPECT_FALSE(find(entries, "Vol/Restore/fifo")->isLinkWithoutTarget);
+  const ImageEntry* hfsLink = find(entries, "Vol/Restore/hfs-link");
+  ASSERT_TRUE(hfsLink);
+  EXPECT_EQ(hfsLink->kind, EntryKind::Other);
+  EXPECT_TRUE(hfsLink->isLinkWithoutTarget);
+  EXPECT_EQ(hfsLink->size, 7u);
   EXPECT_EQ(find(entries, "Vol/plain")->mode, 0644u);
   EXPECT_FALSE(find(entries, "../escape"));
   EXPECT_TRUE(parseSevenZipListing("garbage without a listing").empty());
@@ -101,6 +109,16 @@ TEST(ImageListingTest, StoredListingsRoundTripAndRejectDamage) {
   EXPECT_FALSE(decodeListing(text.substr(0, text.size() - 1), &back));
   EXPECT_FALSE(decodeListing("other header\n", &back));
   EXPECT_FALSE(decodeListing(text + "f\t0\t0\t0\t0\t0\t0\t../up\t\n", &back));
+  // Whole lines with a path that climbs, a number that is not one, extents
+  // that are not numbers or do not add up to the size.
+  EXPECT_TRUE(decodeListing(text + "f\t420\t4\t0\t0\t0\t0\tB/f\t\t8192:4\n", &back));
+  EXPECT_EQ(back.back().extents, (std::vector<ImageExtent>{{8192, 4}}));
+  EXPECT_FALSE(decodeListing(text + "f\t420\t4\t0\t0\t0\t0\t../up\t\t\n", &back));
+  EXPECT_FALSE(decodeListing(text + "f\t420\t4x\t0\t0\t0\t0\tB/f\t\t\n", &back));
+  EXPECT_FALSE(decodeListing(text + "f\t420\t\t0\t0\t0\t0\tB/f\t\t\n", &back));
+  EXPECT_FALSE(decodeListing(text + "f\t420\t4\t0\t0\t0\t0\tB/f\t\t8192:x\n", &back));
+  EXPECT_FALSE(decodeListing(text + "f\t420\t4\t0\t0\t0\t0\tB/f\t\t8192:3\n", &back));
+  EXPECT_FALSE(decodeListing(text + "f\t420\t4\t0\t0\t0\t0\tB/f\t\t\textra\n", &back));
 }
 
 std::vector<ImageEntry> folders(const std::vector<std::string>& paths) {

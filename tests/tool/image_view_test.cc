@@ -1,7 +1,9 @@
 // A bundle read from a disk image answers as the same bundle read from a
 // folder: for every format this machine can make (ISO 9660 with xorriso,
-// as the tool's own images; ext4 with mke2fs, which 7-Zip reads), through
-// the view, through the cache, and through velmarbs itself.
+// as the tool's own images; ext4 with mke2fs, which 7-Zip reads, as it is
+// and wrapped into UDIF images, the container real bundles come in; HFS+
+// in UDIF, as real bundles are),
+// through the view, through the cache, and through velmarbs itself.
 
 #include <errno.h>
 #include <gtest/gtest.h>
@@ -10,6 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -27,6 +30,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::existsNoFollow;
+using testing::processGone;
 using testing::namesStartingWith;
 using testing::propertyListsIn;
 using testing::readText;
@@ -34,20 +38,47 @@ using testing::runVelmarbs;
 using testing::ToolRun;
 using testing::writeText;
 
+// Wraps the raw image `raw` (removed after) into the UDIF image `image`.
+bool wrapInUdif(const std::string& raw, const std::string& image,
+                const std::vector<std::string>& options) {
+  std::optional<std::string> python = findProgram("python3");
+  if (!python) return false;
+  ChildRequest request;
+  request.program = *python;
+  request.args = {VELMAR_SOURCE_DIR "/synth/make_udif.py", raw, image};
+  request.args.insert(request.args.end(), options.begin(), options.end());
+  const bool made = runChild(request).succeeded();
+  ::unlink(raw.c_str());
+  return made;
+}
+
 // Makes an image of `folder`'s contents in `format`; false when this
-// machine lacks the program.
+// machine lacks the program. "udif" and "udif-raw" are ext4 images wrapped
+// into the UDIF container real bundles come in (zlib and uncompressed
+// chunks), "udif-hfs" the HFS+ volume of an ISO 9660 / HFS+ hybrid so
+// wrapped, by synth/make_udif.py: HFS+ in UDIF as real bundles are.
 bool makeTestImage(const std::string& format, const std::string& folder, const std::string& image) {
-  if (format == "iso") {
-    std::optional<std::string> xorriso = findXorriso();
-    return xorriso && findSevenZip() && makeImage(*xorriso, folder, image);
+  if (!findSevenZip()) return false;
+  std::optional<std::string> xorriso = findXorriso();
+  if (format == "iso") return xorriso && makeImage(*xorriso, folder, image);
+  const std::string raw = image + ".raw";
+  if (format == "udif-hfs") {
+    if (!xorriso) return false;
+    ChildRequest request;
+    request.program = *xorriso;
+    request.args = {"-as", "mkisofs", "-R", "-J", "-joliet-long", "-hfsplus", "-o", raw, folder};
+    return runChild(request).succeeded() && wrapInUdif(raw, image, {"--hfs-of-hybrid"});
   }
   std::optional<std::string> mke2fs = findProgram("mke2fs");
   if (!mke2fs) mke2fs = findProgram("/usr/sbin/mke2fs");
-  if (!mke2fs || !findSevenZip()) return false;
+  if (!mke2fs) return false;
+  const bool udif = format.rfind("udif", 0) == 0;
   ChildRequest request;
   request.program = *mke2fs;
-  request.args = {"-q", "-F", "-t", "ext4", "-d", folder, image, "64M"};
-  return runChild(request).succeeded();
+  request.args = {"-q", "-F", "-t", "ext4", "-d", folder, udif ? raw : image, "64M"};
+  if (!runChild(request).succeeded()) return false;
+  if (!udif) return true;
+  return wrapInUdif(raw, image, {"--compression", format == "udif-raw" ? "raw" : "zlib"});
 }
 
 // Everything about an entry that must be the same from a folder and an
@@ -105,6 +136,9 @@ class ImageSourceTest : public ::testing::TestWithParam<std::string> {
     std::string large;
     for (int i = 0; large.size() < (5u << 20); ++i) large += "block " + std::to_string(i) + "\n";
     writeText(bundle_ + "/Restore/038-1300-002.dmg", large);
+    // A bundle made on a file system that ignores case holds one of two
+    // names that differ only in case, as HFS+ does.
+    if (GetParam() == "udif-hfs") fs::remove(bundle_ + "/Restore/Firmware/device_map.plist");
     if (!makeTestImage(GetParam(), dir_ / "content", image_))
       GTEST_SKIP() << "cannot make a " << GetParam() << " image here";
   }
@@ -299,69 +333,158 @@ TEST_P(ImageSourceTest, AnImageWithoutABundleOrWithTwoIsRefused) {
   ASSERT_TRUE(makeTestImage(GetParam(), dir_ / "two", dir_ / "Two.dmg"));
   r = run({"--source", dir_ / "Two.dmg", "--target", scratch_ / "T"});
   EXPECT_EQ(r.status, 3);
-  EXPECT_NE(r.out.find("holds 2 bundle folders with Restore/ (\"One\", \"Two\")"), std::string::npos)
+  // HFS+ volumes hold everything in the volume's own folder.
+  const std::string volume = GetParam() == "udif-hfs" ? "ISOIMAGE/" : "";
+  EXPECT_NE(r.out.find("holds 2 bundle folders with Restore/ (\"" + volume + "One\", \"" + volume +
+                       "Two\")"),
+            std::string::npos)
       << r.out;
   EXPECT_FALSE(existsNoFollow(scratch_ / "T"));
 }
 
-// The reader stopped while it works, as a user's ^C stops the whole process
-// group: no temporary folder is left anywhere once the next run has looked
-// at the cache.
-TEST_P(ImageSourceTest, AnInterruptedStripLeavesNoTemporaryFolder) {
-  // A reader that works as the real one, but hangs on the batch extraction
-  // of the kept files (7-Zip), or on the listing (xorriso: ISO 9660 files
-  // are then copied in place, without the reader).
+// A query or a strip stopped by a signal while an image reader (or the
+// image writer) runs, at each moment one runs: listing the image,
+// extracting files together, streaming a large kept file, writing the
+// target image. The signal goes to velmarbs alone, as `kill PID` sends it,
+// so nothing stops the child but velmarbs. Nothing may be left: no target,
+// no staging folder, no temporary folder (in $TMPDIR when no cache is used,
+// or in the cache), no child process; the status is 128 + the signal.
+TEST_P(ImageSourceTest, StopSignalsAtEveryMomentLeaveNothingBehind) {
+  struct Moment {
+    std::string name;
+    bool strip;       // else a query
+    std::string word; // the reader's argument that makes it hang
+    int signal;
+    bool cache;
+    std::string target = "T";
+  };
+  const bool iso = GetParam() == "iso";
+  std::vector<Moment> moments;
+  if (iso) {
+    moments = {
+        {"query while listing", false, "-find", SIGTERM, true},
+        {"strip while listing", true, "-find", SIGINT, false},
+        {"strip while writing an image", true, "mkisofs", SIGHUP, true, "T.dmg"},
+    };
+  } else {
+    moments = {
+        {"query while listing", false, "l", SIGTERM, true},
+        {"query while extracting", false, "x", SIGHUP, false},
+        {"strip while extracting", true, "x", SIGINT, true},
+        {"strip while streaming", true, "e", SIGTERM, false},
+        {"strip while writing an image", true, "mkisofs", SIGHUP, true, "T.dmg"},
+    };
+  }
+  // Readers and writer that work as the real ones, but for the one
+  // argument that makes them say their process id and hang.
   const std::string bin = dir_ / "bin";
   fs::create_directories(bin);
-  const std::string real = GetParam() == "iso" ? *findXorriso() : *findSevenZip();
-  const std::string name = GetParam() == "iso" ? "xorriso" : "7zz";
-  writeText(bin + "/" + name,
-            "#!/bin/sh\n"
-            "for a in \"$@\"; do case \"$a\" in x|-find) /usr/bin/touch \"" + bin + "/hung\"; "
-            "exec /bin/sleep 60;; esac; done\n"
-            "exec " + real + " \"$@\"\n");
-  fs::permissions(bin + "/" + name, fs::perms::owner_all);
-  if (GetParam() == "iso") fs::create_symlink(*findSevenZip(), bin + "/7zz");
-  const std::string target = scratch_ / "T";
-  const std::string tmp = dir_ / "tmp";
-  fs::create_directories(tmp);
+  auto wrap = [&](const std::string& name, const std::string& real) {
+    writeText(bin + "/" + name,
+              "#!/bin/sh\n"
+              "for a in \"$@\"; do if [ \"$a\" = \"$HANG_ON\" ]; then "
+              "echo $$ > \"" + bin + "/hung.tmp\"; /bin/mv \"" + bin + "/hung.tmp\" \"" + bin +
+              "/hung\"; exec /bin/sleep 60; fi; done\n"
+              "exec " + real + " \"$@\"\n");
+    fs::permissions(bin + "/" + name, fs::perms::owner_all);
+  };
+  wrap("7zz", *findSevenZip());
+  ASSERT_TRUE(findXorriso());
+  wrap("xorriso", *findXorriso());
 
-  pid_t pid = ::fork();
-  if (pid == 0) {
-    ::setpgid(0, 0);
-    ::setenv("PATH", bin.c_str(), 1);
-    ::setenv("TMPDIR", tmp.c_str(), 1);
-    int null = ::open("/dev/null", O_RDWR);
-    ::dup2(null, 0);
-    ::dup2(null, 1);
-    ::dup2(null, 2);
-    std::string program = testing::velmarbsPath();
-    ::execl(program.c_str(), program.c_str(), "--source", image_.c_str(), "--target",
-            target.c_str(), "--product", "r13", "--factory", "swdl", nullptr);
-    ::_exit(127);
+  for (size_t i = 0; i < moments.size(); ++i) {
+    const Moment& moment = moments[i];
+    SCOPED_TRACE(moment.name);
+    const std::string tmp = dir_ / ("tmp-" + std::to_string(i));
+    const std::string cache = dir_ / ("cache-" + std::to_string(i));
+    const std::string target = scratch_ / moment.target;
+    fs::create_directories(tmp);
+    fs::remove(bin + "/hung");
+    std::vector<std::string> args = {"--source", image_};
+    if (moment.strip) {
+      args.insert(args.end(), {"--target", target, "--product", "r13", "--factory", "swdl"});
+    } else {
+      args.insert(args.end(), {"--validvariants", "--product", "r13"});
+    }
+    testing::ChildSetup setup;
+    setup.path = bin;
+    setup.beforeExec = [&] {
+      ::setenv("HANG_ON", moment.word.c_str(), 1);
+      ::setenv("TMPDIR", tmp.c_str(), 1);
+      // Without a cache, extracted files go to $TMPDIR.
+      if (moment.cache) {
+        ::setenv("XDG_CACHE_HOME", cache.c_str(), 1);
+      } else {
+        ::unsetenv("XDG_CACHE_HOME");
+        ::unsetenv("HOME");
+      }
+    };
+    pid_t tool = testing::startVelmarbs(args, scratch_.path(), setup);
+    for (int wait = 0; wait < 1000 && !existsNoFollow(bin + "/hung"); ++wait)
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    const std::string hung = readText(bin + "/hung");
+    if (hung.empty()) {
+      ::kill(tool, SIGKILL);
+      ToolRun run = testing::finishVelmarbs(tool, scratch_.path());
+      ADD_FAILURE() << "the reader was never asked for \"" << moment.word << "\"\n" << run.out;
+      continue;
+    }
+    const pid_t reader = static_cast<pid_t>(std::stol(hung));
+    ::kill(tool, moment.signal);
+    ToolRun run = testing::finishVelmarbs(tool, scratch_.path());
+    EXPECT_EQ(run.status, 128 + moment.signal) << run.signal << "\n" << run.out;
+    EXPECT_TRUE(processGone(reader));
+    if (!processGone(reader)) ::kill(reader, SIGKILL);
+    EXPECT_FALSE(existsNoFollow(target));
+    EXPECT_TRUE(namesStartingWith(scratch_.path(), "." + moment.target + ".velmarbs-").empty());
+    EXPECT_TRUE(fs::is_empty(tmp));
+    if (fs::exists(cache)) {
+      for (const auto& entry : fs::recursive_directory_iterator(cache))
+        EXPECT_EQ(entry.path().filename().string().rfind("tmp-", 0), std::string::npos)
+            << entry.path();
+    }
   }
-  ::setpgid(pid, pid);
-  for (int i = 0; i < 500 && !existsNoFollow(bin + "/hung"); ++i)
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  ASSERT_TRUE(existsNoFollow(bin + "/hung"));
-  ::kill(-pid, SIGINT);
-  int status = 0;
-  ::waitpid(pid, &status, 0);
-  // The stop handler cleans up and ends the run as the signal would.
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 130) << status;
-
-  EXPECT_FALSE(existsNoFollow(target));
-  EXPECT_TRUE(namesStartingWith(scratch_.path(), ".T.velmarbs-").empty());
-  EXPECT_TRUE(fs::is_empty(tmp));
-  // The next run clears what the killed one left in the cache.
-  ToolRun r = run({"--validproducts", "--source", image_});
-  EXPECT_EQ(r.status, 0) << r.out;
-  for (const auto& entry : fs::recursive_directory_iterator(cacheRoot_))
-    EXPECT_EQ(entry.path().filename().string().rfind("tmp-", 0), std::string::npos) << entry.path();
 }
 
-INSTANTIATE_TEST_SUITE_P(Formats, ImageSourceTest, ::testing::Values("iso", "ext4"),
-                         [](const auto& info) { return info.param; });
+// An uncompressed UDIF image of an ISO 9660 image begins as that image
+// does, but its bytes lie elsewhere: it is read through 7-Zip, never in
+// place, and answers as the folder does.
+TEST(UdifImageTest, AnUncompressedUdifImageOfAnIsoImageIsNotReadInPlace) {
+  synth::TempDir dir("velmar-udif");
+  synth::TempDir scratch("velmar-scratch");
+  const std::string bundle = dir / "content/Bundle";
+  std::string error;
+  ASSERT_TRUE(synth::writeBundle(synth::sampleBundle(), bundle, &error)) << error;
+  // Zeros between the files, which the container leaves out.
+  writeText(bundle + "/Restore/zeros.bin", std::string(3 << 20, '\0'));
+  const std::string iso = dir / "Bundle.iso", image = dir / "Bundle.dmg";
+  std::optional<std::string> xorriso = findXorriso();
+  if (!xorriso || !findSevenZip() || !findProgram("python3"))
+    GTEST_SKIP() << "xorriso, 7-Zip or python3 is not installed";
+  ASSERT_TRUE(makeImage(*xorriso, dir / "content", iso));
+  ASSERT_TRUE(wrapInUdif(iso, image, {"--compression", "raw"}));
+  EXPECT_TRUE(isUdifImage(image));
+  EXPECT_FALSE(isIsoImage(image));
+  std::string missing;
+  std::optional<ImageReader> reader = chooseImageReader(image, &missing);
+  ASSERT_TRUE(reader);
+  EXPECT_EQ(reader->kind, ImageReader::Kind::SevenZip);
+
+  ::setenv("XDG_CACHE_HOME", (dir / "cache").c_str(), 1);
+  ToolRun a = runVelmarbs({"--validvariants", "--product", "r13", "--source", image}, scratch.path());
+  ToolRun b = runVelmarbs({"--validvariants", "--product", "r13", "--source", bundle}, scratch.path());
+  ::unsetenv("XDG_CACHE_HOME");
+  EXPECT_EQ(a.status, 0) << a.out;
+  EXPECT_EQ(a.out, b.out);
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, ImageSourceTest,
+                         ::testing::Values("iso", "ext4", "udif", "udif-raw", "udif-hfs"),
+                         [](const auto& info) {
+                           std::string name = info.param;
+                           std::replace(name.begin(), name.end(), '-', '_');
+                           return name;
+                         });
 
 }  // namespace
 }  // namespace velmar::tool

@@ -4,17 +4,21 @@
 #ifndef VELMAR_TESTS_TOOL_TOOL_TEST_SUPPORT_H_
 #define VELMAR_TESTS_TOOL_TOOL_TEST_SUPPORT_H_
 
+#include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <set>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "base/plist_io.h"
@@ -65,6 +69,19 @@ inline std::vector<std::string> namesStartingWith(const std::string& folder,
     if (name.rfind(prefix, 0) == 0) out.push_back(name);
   }
   return out;
+}
+
+// Whether a process is gone within two seconds: not there at all, or a
+// zombie waiting for whoever inherited it.
+inline bool processGone(pid_t pid) {
+  for (int i = 0; i < 200; ++i) {
+    if (::kill(pid, 0) != 0 && errno == ESRCH) return true;
+    std::string stat = readText("/proc/" + std::to_string(pid) + "/stat");
+    size_t paren = stat.rfind(')');
+    if (paren != std::string::npos && stat.size() > paren + 2 && stat[paren + 2] == 'Z') return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return false;
 }
 
 struct ToolRun {
