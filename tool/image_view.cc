@@ -370,7 +370,13 @@ class ImageView : public BundleView {
         scratch_ = cache_->temporaryFolder();
       } else {
         const char* tmp = ::getenv("TMPDIR");
-        std::string templ = std::string(tmp && *tmp ? tmp : "/tmp") + "/velmarbs-image-XXXXXX";
+        const std::string folder = tmp && *tmp ? tmp : "/tmp";
+        // The owner's pid in the name, as for staging folders: a run killed
+        // outright leaves its folder to the next run that needs one.
+        const std::string prefix = "velmarbs-image-";
+        for (const std::string& stale : staleStagingAreas(folder, prefix))
+          removePath(folder + "/" + stale);
+        std::string templ = folder + "/" + prefix + std::to_string(::getpid()) + "-XXXXXX";
         // A stop signal between making the folder and registering it
         // would leave it behind.
         StopSignalsHeld held;

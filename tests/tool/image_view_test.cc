@@ -446,6 +446,34 @@ TEST_P(ImageSourceTest, StopSignalsAtEveryMomentLeaveNothingBehind) {
   }
 }
 
+// SIGKILL cannot be handled: the scratch folder a killed run made in
+// $TMPDIR (no cache) is removed by the next run that makes one; a live
+// owner's is kept.
+TEST_P(ImageSourceTest, ScratchFoldersOfKilledRunsAreRemovedByTheNextRun) {
+  if (GetParam() == "iso") GTEST_SKIP() << "queries read an ISO image in place, with no scratch folder";
+  const std::string tmp = dir_ / "tmp-killed";
+  pid_t gone = ::fork();
+  if (gone == 0) ::_exit(0);
+  ::waitpid(gone, nullptr, 0);
+  const std::string dead = tmp + "/velmarbs-image-" + std::to_string(gone) + "-abcdef";
+  const std::string live = tmp + "/velmarbs-image-" + std::to_string(::getpid()) + "-abcdef";
+  fs::create_directories(dead + "/1");
+  writeText(dead + "/1/BuildManifest.plist", "left by a killed run");
+  fs::create_directories(live);
+  testing::ChildSetup setup;
+  setup.beforeExec = [&] {
+    ::setenv("TMPDIR", tmp.c_str(), 1);
+    ::unsetenv("XDG_CACHE_HOME");
+    ::unsetenv("HOME");
+  };
+  ToolRun run = testing::runVelmarbs({"--validvariants", "--product", "r13", "--source", image_},
+                                     scratch_.path(), setup);
+  EXPECT_EQ(run.status, 0) << run.out;
+  EXPECT_FALSE(existsNoFollow(dead));
+  EXPECT_TRUE(existsNoFollow(live));
+  EXPECT_EQ(namesStartingWith(tmp, "velmarbs-image-").size(), 1u);
+}
+
 // An uncompressed UDIF image of an ISO 9660 image begins as that image
 // does, but its bytes lie elsewhere: it is read through 7-Zip, never in
 // place, and answers as the folder does.
