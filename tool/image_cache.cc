@@ -22,7 +22,9 @@ namespace velmar::tool {
 namespace {
 
 constexpr const char* kLockName = "lock";
-constexpr const char* kListingName = "listing";
+// The listing as a tree block; the name changes with the kind of content,
+// so that no run reads what an older version kept.
+constexpr const char* kListingName = "tree";
 constexpr const char* kSourceName = "source";
 constexpr const char* kTemporaryPrefix = "tmp-";
 
@@ -204,11 +206,26 @@ void ImageCache::makeRoom(uint64_t adding) {
 // What a file of `size` bytes takes on disk, near enough.
 static uint64_t diskBytes(uint64_t size) { return (size + 4095) / 4096 * 4096; }
 
-bool ImageCache::loadListing(std::string* text) const {
-  return readFileBytes(folder_ + "/" + kListingName, text) == 0;
+bool ImageCache::loadListing(std::string* bytes) const {
+  const std::string path = folder_ + "/" + kListingName;
+  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat st;
+  if (!fd.valid() || ::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) ||
+      static_cast<uint64_t>(st.st_size) > kMaxListingBytes)
+    return false;
+  bytes->resize(static_cast<size_t>(st.st_size));
+  size_t done = 0;
+  while (done < bytes->size()) {
+    ssize_t n = ::read(fd.get(), bytes->data() + done, bytes->size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    done += static_cast<size_t>(n);
+  }
+  return true;
 }
 
 void ImageCache::storeListing(const std::string& text) {
+  if (text.size() > kMaxListingBytes) return;
   makeRoom(text.size());
   UniqueFd fd = unnamedFile();
   if (!fd.valid()) return;
