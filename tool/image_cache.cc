@@ -236,7 +236,14 @@ void ImageCache::storeListing(const std::string& text) {
     if (n <= 0) return;
     done += static_cast<size_t>(n);
   }
-  link(fd.get(), kListingName);
+  // Stored again only when the one there could not be used: it is
+  // replaced, by a rename, so that a reader still sees a whole one.
+  const std::string temporary = std::string(kTemporaryPrefix) + std::to_string(::getpid()) + "-" + kListingName;
+  const std::string temporaryPath = folder_ + "/" + temporary;
+  ::unlink(temporaryPath.c_str());
+  if (link(fd.get(), temporary) &&
+      ::rename(temporaryPath.c_str(), (folder_ + "/" + kListingName).c_str()) != 0)
+    ::unlink(temporaryPath.c_str());
 }
 
 UniqueFd ImageCache::openFile(const std::string& path, uint64_t size) const {
