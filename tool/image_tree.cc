@@ -93,64 +93,81 @@ bool extentsCover(const std::vector<ImageExtent>& extents, uint64_t size) {
 
 // Node 0 is the image's root; folders missing from the listing are made
 // up; a path listed twice keeps its first entry; parents come before their
-// children.
+// children. Paths are looked up as views into the entries' own paths (a
+// made-up folder's path is a prefix of one), which stay put until the
+// entries move into their nodes at the end.
 std::vector<ImageTreeNode> buildTree(std::vector<ImageEntry> entries) {
   entries.erase(std::remove_if(entries.begin(), entries.end(),
                                [](const ImageEntry& e) { return !relativePathProblem(e.path).empty(); }),
                 entries.end());
-  // Parents before children, whatever order the reader listed in.
-  std::stable_sort(entries.begin(), entries.end(), [](const ImageEntry& a, const ImageEntry& b) {
-    return std::count(a.path.begin(), a.path.end(), '/') < std::count(b.path.begin(), b.path.end(), '/');
-  });
-  std::vector<ImageTreeNode> nodes;
-  nodes.reserve(entries.size() + 1);
-  nodes.emplace_back();
+  std::vector<ImageTreeNode> nodes(1);
   nodes[0].entry.kind = EntryKind::Folder;
   nodes[0].entry.mode = 0755;
-  std::unordered_map<std::string, int> byPath;
+  std::vector<int> source(1, -1);  // node -> the entry it takes, -1: made up
+  std::unordered_map<std::string_view, int> byPath;
   byPath.reserve(entries.size() + 1);
-  byPath.emplace(std::string(), 0);
-  auto addNode = [&](ImageEntry entry, int parent) {
-    const int index = static_cast<int>(nodes.size());
-    byPath.emplace(entry.path, index);
-    nodes.emplace_back();
-    nodes.back().entry = std::move(entry);
-    nodes.back().parent = parent;
-    const size_t slash = nodes.back().entry.path.rfind('/');
-    nodes.back().name = nodes.back().entry.path.substr(slash == std::string::npos ? 0 : slash + 1);
+  byPath.emplace(std::string_view(), 0);
+  auto addNode = [&](std::string_view path, int parent, int entry) {
+    const size_t slash = path.rfind('/');
+    ImageTreeNode node;
+    node.name = std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
+    node.parent = parent;
+    nodes.push_back(std::move(node));
+    source.push_back(entry);
+    const int index = static_cast<int>(nodes.size() - 1);
     nodes[static_cast<size_t>(parent)].children.push_back(index);
+    byPath.emplace(path, index);
     return index;
+  };
+  auto isFolder = [&](int node) {
+    const int entry = source[static_cast<size_t>(node)];
+    return entry < 0 || entries[static_cast<size_t>(entry)].kind == EntryKind::Folder;
   };
   // The folder at `path`, made up (with the folders above it) when the
   // listing lacks it; -1 when something on the way is listed as no folder
   // (what lies below it could never be reached).
   auto folder = [&](std::string_view path) {
+    auto it = byPath.find(path);
+    if (it != byPath.end()) return isFolder(it->second) ? it->second : -1;
     int parent = 0;
     for (size_t end = 0; end != std::string_view::npos;) {
       end = path.find('/', end + 1);
-      std::string prefix(path.substr(0, end));
+      std::string_view prefix = path.substr(0, end);
       auto found = byPath.find(prefix);
-      if (found != byPath.end()) {
-        parent = found->second;
-        if (nodes[static_cast<size_t>(parent)].entry.kind != EntryKind::Folder) return -1;
-        continue;
-      }
-      ImageEntry made;
-      made.path = std::move(prefix);
-      made.kind = EntryKind::Folder;
-      made.mode = 0755;
-      parent = addNode(std::move(made), parent);
+      parent = found != byPath.end() ? found->second : addNode(prefix, parent, -1);
+      if (!isFolder(parent)) return -1;
     }
     return parent;
   };
-  for (ImageEntry& entry : entries) {
-    if (byPath.count(entry.path)) continue;
-    const size_t slash = entry.path.rfind('/');
-    const int parent =
-        slash == std::string::npos ? 0 : folder(std::string_view(entry.path).substr(0, slash));
-    if (parent < 0) continue;
-    if (!validKind(static_cast<uint8_t>(entry.kind))) entry.kind = EntryKind::Other;
-    addNode(std::move(entry), parent);
+  // Parents before children, whatever order the reader listed in.
+  std::vector<std::pair<size_t, size_t>> order;  // depth, index
+  order.reserve(entries.size());
+  for (size_t i = 0; i < entries.size(); ++i)
+    order.emplace_back(std::count(entries[i].path.begin(), entries[i].path.end(), '/'), i);
+  std::stable_sort(order.begin(), order.end(),
+                   [](const auto& a, const auto& b) { return a.first < b.first; });
+  nodes.reserve(entries.size() + 1);
+  source.reserve(entries.size() + 1);
+  for (const auto& [depth, index] : order) {
+    std::string_view path = entries[index].path;
+    if (byPath.count(path)) continue;
+    const size_t slash = path.rfind('/');
+    const int parent = slash == std::string_view::npos ? 0 : folder(path.substr(0, slash));
+    if (parent >= 0) addNode(path, parent, static_cast<int>(index));
+  }
+  byPath.clear();
+  for (size_t i = 1; i < nodes.size(); ++i) {
+    ImageEntry& e = nodes[i].entry;
+    if (source[i] >= 0) {
+      e = std::move(entries[static_cast<size_t>(source[i])]);
+      if (!validKind(static_cast<uint8_t>(e.kind))) e.kind = EntryKind::Other;
+      continue;
+    }
+    // A made-up folder: its path from its parent's, which is set by now
+    // (parents come first).
+    e.path = appendingPathComponent(nodes[static_cast<size_t>(nodes[i].parent)].entry.path, nodes[i].name);
+    e.kind = EntryKind::Folder;
+    e.mode = 0755;
   }
   for (ImageTreeNode& node : nodes)
     std::sort(node.children.begin(), node.children.end(), [&](int a, int b) {
