@@ -167,7 +167,9 @@ std::unique_ptr<ImageCache> ImageCache::open(const std::string& root, const std:
     if (readFileBytes(root + "/" + item + "/" + kSourceName, &other) == 0 && other == image)
       evict(root, item);
   }
-  cache->makeRoom(0);
+  // The sizes of all entries are counted when something is first stored:
+  // a query served from the cache stores nothing, and counting means a
+  // look at every file of every entry.
   return cache;
 }
 
@@ -189,6 +191,7 @@ void ImageCache::makeRoom(uint64_t adding) {
     total += others.back().bytes;
   }
   othersBytes_ = total - adding - entryBytes_;
+  counted_ = true;
   if (total <= limits_.totalBytes) return;
   std::sort(others.begin(), others.end(), [](const Entry& a, const Entry& b) {
     return a.used.tv_sec != b.used.tv_sec ? a.used.tv_sec < b.used.tv_sec
@@ -260,6 +263,7 @@ void ImageCache::storeFile(const std::string& path, int fd, uint64_t size) {
   // The sizes are counted as files are added; the folders are looked at
   // again only when the cache seems full.
   if (size > limits_.fileBytes) return;
+  if (!counted_) makeRoom(0);
   if (entryBytes_ + diskBytes(size) > limits_.totalBytes) return;
   if (entryBytes_ + othersBytes_ + diskBytes(size) > limits_.totalBytes) {
     makeRoom(diskBytes(size));

@@ -79,6 +79,7 @@ class ImageCache {
   ImageCacheLimits limits_;
   uint64_t entryBytes_ = 0;   // this entry's files, as last counted
   uint64_t othersBytes_ = 0;  // every other entry's
+  bool counted_ = false;      // whether the two above were counted yet
   std::vector<std::string> temporary_;
 };
 
