@@ -22,7 +22,9 @@ namespace velmar::tool {
 namespace {
 
 constexpr const char* kLockName = "lock";
-constexpr const char* kListingName = "listing";
+// The listing as a tree block; the name changes with the kind of content,
+// so that no run reads what an older version kept.
+constexpr const char* kListingName = "tree";
 constexpr const char* kSourceName = "source";
 constexpr const char* kTemporaryPrefix = "tmp-";
 
@@ -165,7 +167,9 @@ std::unique_ptr<ImageCache> ImageCache::open(const std::string& root, const std:
     if (readFileBytes(root + "/" + item + "/" + kSourceName, &other) == 0 && other == image)
       evict(root, item);
   }
-  cache->makeRoom(0);
+  // The sizes of all entries are counted when something is first stored:
+  // a query served from the cache stores nothing, and counting means a
+  // look at every file of every entry.
   return cache;
 }
 
@@ -187,6 +191,7 @@ void ImageCache::makeRoom(uint64_t adding) {
     total += others.back().bytes;
   }
   othersBytes_ = total - adding - entryBytes_;
+  counted_ = true;
   if (total <= limits_.totalBytes) return;
   std::sort(others.begin(), others.end(), [](const Entry& a, const Entry& b) {
     return a.used.tv_sec != b.used.tv_sec ? a.used.tv_sec < b.used.tv_sec
@@ -204,11 +209,26 @@ void ImageCache::makeRoom(uint64_t adding) {
 // What a file of `size` bytes takes on disk, near enough.
 static uint64_t diskBytes(uint64_t size) { return (size + 4095) / 4096 * 4096; }
 
-bool ImageCache::loadListing(std::string* text) const {
-  return readFileBytes(folder_ + "/" + kListingName, text) == 0;
+bool ImageCache::loadListing(std::string* bytes) const {
+  const std::string path = folder_ + "/" + kListingName;
+  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat st;
+  if (!fd.valid() || ::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) ||
+      static_cast<uint64_t>(st.st_size) > kMaxListingBytes)
+    return false;
+  bytes->resize(static_cast<size_t>(st.st_size));
+  size_t done = 0;
+  while (done < bytes->size()) {
+    ssize_t n = ::read(fd.get(), bytes->data() + done, bytes->size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    done += static_cast<size_t>(n);
+  }
+  return true;
 }
 
 void ImageCache::storeListing(const std::string& text) {
+  if (text.size() > kMaxListingBytes) return;
   makeRoom(text.size());
   UniqueFd fd = unnamedFile();
   if (!fd.valid()) return;
@@ -219,7 +239,14 @@ void ImageCache::storeListing(const std::string& text) {
     if (n <= 0) return;
     done += static_cast<size_t>(n);
   }
-  link(fd.get(), kListingName);
+  // Stored again only when the one there could not be used: it is
+  // replaced, by a rename, so that a reader still sees a whole one.
+  const std::string temporary = std::string(kTemporaryPrefix) + std::to_string(::getpid()) + "-" + kListingName;
+  const std::string temporaryPath = folder_ + "/" + temporary;
+  ::unlink(temporaryPath.c_str());
+  if (link(fd.get(), temporary) &&
+      ::rename(temporaryPath.c_str(), (folder_ + "/" + kListingName).c_str()) != 0)
+    ::unlink(temporaryPath.c_str());
 }
 
 UniqueFd ImageCache::openFile(const std::string& path, uint64_t size) const {
@@ -236,6 +263,7 @@ void ImageCache::storeFile(const std::string& path, int fd, uint64_t size) {
   // The sizes are counted as files are added; the folders are looked at
   // again only when the cache seems full.
   if (size > limits_.fileBytes) return;
+  if (!counted_) makeRoom(0);
   if (entryBytes_ + diskBytes(size) > limits_.totalBytes) return;
   if (entryBytes_ + othersBytes_ + diskBytes(size) > limits_.totalBytes) {
     makeRoom(diskBytes(size));

@@ -48,9 +48,11 @@ class ImageCache {
 
   const std::string& folder() const { return folder_; }
 
-  // The stored listing text, or false.
-  bool loadListing(std::string* text) const;
-  void storeListing(const std::string& text);
+  // The stored listing (the image's tree, as ImageTree keeps it), or
+  // false; one larger than kMaxListingBytes is not read.
+  bool loadListing(std::string* bytes) const;
+  void storeListing(const std::string& bytes);
+  static constexpr uint64_t kMaxListingBytes = uint64_t{256} << 20;
 
   // A descriptor on the kept copy of the file `path` of `size` bytes, or an
   // invalid one.
@@ -77,6 +79,7 @@ class ImageCache {
   ImageCacheLimits limits_;
   uint64_t entryBytes_ = 0;   // this entry's files, as last counted
   uint64_t othersBytes_ = 0;  // every other entry's
+  bool counted_ = false;      // whether the two above were counted yet
   std::vector<std::string> temporary_;
 };
 

@@ -8,17 +8,15 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <charconv>
 #include <deque>
 #include <map>
 #include <set>
-#include <unordered_map>
 
 #include "base/safe_path.h"
 #include "base/text.h"
 #include "engine/log_object.h"
 #include "tool/cleanup.h"
+#include "tool/image_tree.h"
 #include "tool/staging_area.h"
 
 namespace velmar::tool {
@@ -40,111 +38,19 @@ constexpr uint64_t kBatchFileBytes = 4 << 20;
 constexpr uint64_t kReadAheadFileBytes = 256 << 10;
 constexpr uint64_t kReadAheadBytes = 8 << 20;
 
-constexpr std::string_view kListingHeader = "velmarbs image listing 2\n";
-
-char kindLetter(EntryKind kind) {
-  switch (kind) {
-    case EntryKind::File: return 'f';
-    case EntryKind::Folder: return 'd';
-    case EntryKind::Link: return 'l';
-    default: return 'o';
-  }
-}
-
-EntryKind kindOfLetter(char c) {
-  switch (c) {
-    case 'f': return EntryKind::File;
-    case 'd': return EntryKind::Folder;
-    case 'l': return EntryKind::Link;
-    default: return EntryKind::Other;
-  }
-}
-
-// Names may hold tabs and newlines: those and "%" are written as %XX.
-std::string escape(std::string_view text) {
-  std::string out;
-  for (char c : text) {
-    if (c == '%' || c == '\t' || c == '\n' || c == '\r') {
-      char code[4];
-      std::snprintf(code, sizeof code, "%%%02X", static_cast<unsigned char>(c));
-      out += code;
-    } else {
-      out.push_back(c);
-    }
-  }
-  return out;
-}
-
-bool unescape(std::string_view text, std::string* out) {
-  // Almost no name holds an escape.
-  if (text.find('%') == std::string_view::npos) {
-    out->assign(text);
-    return true;
-  }
-  out->clear();
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '%') {
-      out->push_back(text[i]);
-      continue;
-    }
-    if (i + 2 >= text.size()) return false;
-    char hex[3] = {text[i + 1], text[i + 2], 0};
-    char* end = nullptr;
-    long value = std::strtol(hex, &end, 16);
-    if (end != hex + 2) return false;
-    out->push_back(static_cast<char>(value));
-    i += 2;
-  }
-  return true;
-}
-
-// The listing's lines have exactly this many fields.
-constexpr size_t kListingFields = 10;
-
-// Splits a line of the listing at its tabs; false unless it has exactly
-// kListingFields fields.
-bool splitTabs(std::string_view line, std::array<std::string_view, kListingFields>* fields) {
-  size_t count = 0, start = 0;
-  for (;;) {
-    size_t tab = line.find('\t', start);
-    if (count == kListingFields) return false;
-    (*fields)[count++] = line.substr(start, tab == std::string_view::npos ? tab : tab - start);
-    if (tab == std::string_view::npos) return count == kListingFields;
-    start = tab + 1;
-  }
-}
-
-// A whole decimal number, or false: a listing that does not hold numbers
-// where it should is damaged and listed again.
-template <typename Int>
-bool parseNumber(std::string_view text, Int* value) {
-  int64_t parsed = 0;
-  auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), parsed);
-  if (error != std::errc() || end != text.data() + text.size() || text.empty()) return false;
-  *value = static_cast<Int>(parsed);
-  return true;
-}
-
-// One entry of the image as a tree.
-struct Node {
-  ImageEntry entry;        // entry.path: the path in the image
-  int parent = -1;
-  std::vector<int> children;  // sorted by name bytes
-  std::string name;
-};
-
 class ImageView : public BundleView {
  public:
   ImageView(std::string location, std::string image, FileIdentity identity, UniqueFd imageFd,
-            ImageReader reader, std::unique_ptr<ImageCache> cache, std::vector<Node> nodes, int root)
+            ImageReader reader, std::unique_ptr<ImageCache> cache, ImageTree tree)
       : location_(std::move(location)),
         image_(std::move(image)),
         identity_(identity),
         imageFd_(std::move(imageFd)),
         reader_(std::move(reader)),
         cache_(std::move(cache)),
-        nodes_(std::move(nodes)),
-        root_(root) {}
+        tree_(std::move(tree)),
+        root_(tree_.bundle()),
+        entries_(static_cast<size_t>(tree_.count())) {}
 
   ~ImageView() override {
     // Without a cache the scratch folder is ours to remove.
@@ -173,10 +79,14 @@ class ImageView : public BundleView {
   int listFolder(std::string_view path, std::vector<FolderEntry>* entries) override {
     int node;
     if (int err = resolve(path, true, &node)) return err;
-    if (nodes_[node].entry.kind != EntryKind::Folder) return ENOTDIR;
+    if (tree_.kind(node) != EntryKind::Folder) return ENOTDIR;
     entries->clear();
-    for (int child : nodes_[node].children)
-      entries->push_back({nodes_[child].name, nodes_[child].entry.kind});
+    const int count = tree_.childCount(node);
+    entries->reserve(static_cast<size_t>(count));
+    for (int i = 0; i < count; ++i) {
+      const int child = tree_.child(node, i);
+      entries->push_back({std::string(tree_.name(child)), tree_.kind(child)});
+    }
     return 0;
   }
 
@@ -184,9 +94,9 @@ class ImageView : public BundleView {
                FileIdentity* identity) override {
     int node;
     if (int err = regularFile(path, &node)) return err;
-    const uint64_t size = nodes_[node].entry.size;
+    const uint64_t size = tree_.size(node);
     if (size > limit) return EFBIG;
-    if (!nodes_[node].entry.extents.empty()) {
+    if (!entryOf(node).extents.empty()) {
       if (int err = readInPlace(node, bytes)) return err;
       if (identity) *identity = identityOf(node);
       return 0;
@@ -217,7 +127,7 @@ class ImageView : public BundleView {
                const std::function<void(uint64_t)>& progress) override {
     int node;
     if (int err = regularFile(path, &node)) return err;
-    const ImageEntry& entry = nodes_[node].entry;
+    const ImageEntry& entry = entryOf(node);
     if (entry.extents.empty()) {
       UniqueFd kept;
       if (openKept(node, &kept)) return copyBytes(kept.get(), 0, UINT64_MAX, out, progress);
@@ -241,19 +151,18 @@ class ImageView : public BundleView {
     std::set<int> seen;
     for (const std::string& path : paths) {
       int node;
-      if (regularFile(path, &node) != 0 || nodes_[node].entry.size == 0) continue;
-      if (!nodes_[node].entry.extents.empty()) continue;
+      if (regularFile(path, &node) != 0 || tree_.size(node) == 0) continue;
+      const ImageEntry& entry = entryOf(node);
+      if (!entry.extents.empty()) continue;
       // Large files are streamed to their copies one by one instead.
-      if (reader_.kind == ImageReader::Kind::SevenZip && nodes_[node].entry.size > kBatchFileBytes)
-        continue;
+      if (reader_.kind == ImageReader::Kind::SevenZip && entry.size > kBatchFileBytes) continue;
       if (prefetched_.count(node) || !seen.insert(node).second) continue;
-      if (cache_ && cache_->openFile(nodes_[node].entry.path, nodes_[node].entry.size).valid())
-        continue;
+      if (cache_ && cache_->openFile(entry.path, entry.size).valid()) continue;
       wanted.push_back(node);
     }
     if (wanted.size() < kBatchMinimum) return;
     std::vector<std::string> imagePaths;
-    for (int node : wanted) imagePaths.push_back(nodes_[node].entry.path);
+    for (int node : wanted) imagePaths.push_back(entryOf(node).path);
     std::string folder = temporaryFolder();
     if (folder.empty()) return;
     std::string error;
@@ -267,8 +176,9 @@ class ImageView : public BundleView {
   }
 
  private:
-  FileIdentity identityOf(int node) const {
-    const ImageEntry& entry = nodes_[node].entry;
+  FileIdentity identityOf(int node) const { return identityOf(node, tree_.info(node)); }
+
+  FileIdentity identityOf(int node, const EntryInfo& entry) const {
     FileIdentity id;
     id.device = identity_.device;
     // Unique within the image, and the image's own identity in the high
@@ -280,40 +190,54 @@ class ImageView : public BundleView {
   }
 
   void fill(int node, EntryInfo* info) const {
-    const ImageEntry& entry = nodes_[node].entry;
-    *info = EntryInfo();
-    info->kind = entry.kind;
-    info->size = entry.size;
-    info->mode = entry.mode;
-    info->accessed = entry.accessed;
-    info->modified = entry.modified;
-    info->linkTarget = entry.linkTarget;
-    info->identity = identityOf(node);
+    *info = tree_.info(node);
+    info->identity = identityOf(node, *info);
+  }
+
+  // The node's whole entry, made the first time it is asked for: a query
+  // needs a few dozen of the thousands of nodes. Its path is made from the
+  // nearest ancestor's made before, without making the ones between, so
+  // that a deep tree costs no more than the paths asked for.
+  const ImageEntry& entryOf(int node) {
+    std::unique_ptr<ImageEntry>& made = entries_[static_cast<size_t>(node)];
+    if (made) return *made;
+    std::vector<std::string_view> names;
+    int at = node;
+    for (; at > 0 && !entries_[static_cast<size_t>(at)]; at = tree_.parent(at))
+      names.push_back(tree_.name(at));
+    std::string path = at > 0 ? entries_[static_cast<size_t>(at)]->path : std::string();
+    for (auto it = names.rbegin(); it != names.rend(); ++it) {
+      if (!path.empty()) path += '/';
+      path.append(*it);
+    }
+    made = std::make_unique<ImageEntry>(tree_.entry(node, std::move(path)));
+    return *made;
   }
 
   int regularFile(std::string_view path, int* node) {
     if (int err = resolve(path, true, node)) return err;
-    return nodes_[*node].entry.kind == EntryKind::File ? 0 : EINVAL;
+    return tree_.kind(*node) == EntryKind::File ? 0 : EINVAL;
   }
 
   std::string bundlePath(int node) const {
-    std::vector<const std::string*> names;
-    for (int at = node; at != root_ && at >= 0; at = nodes_[at].parent) names.push_back(&nodes_[at].name);
+    std::vector<std::string_view> names;
+    for (int at = node; at != root_ && at >= 0; at = tree_.parent(at)) names.push_back(tree_.name(at));
     std::string path;
-    for (auto it = names.rbegin(); it != names.rend(); ++it) path = appendingPathComponent(path, **it);
+    for (auto it = names.rbegin(); it != names.rend(); ++it) path = appendingPathComponent(path, *it);
     return path;
   }
 
   // The child of `folder` called `name`: the exact name, else the one
   // name that matches ignoring case.
   int child(int folder, const std::string& name) {
-    const std::vector<int>& children = nodes_[folder].children;
-    auto it = std::lower_bound(children.begin(), children.end(), name,
-                               [&](int node, const std::string& n) { return nodes_[node].name < n; });
-    if (it != children.end() && nodes_[*it].name == name) return *it;
+    const int exact = tree_.findChild(folder, name);
+    if (exact >= 0) return exact;
     std::vector<int> matches;
-    for (int node : children)
-      if (equalIgnoringCase(nodes_[node].name, name)) matches.push_back(node);
+    const int count = tree_.childCount(folder);
+    for (int i = 0; i < count; ++i) {
+      const int node = tree_.child(folder, i);
+      if (equalIgnoringCase(tree_.name(node), name)) matches.push_back(node);
+    }
     if (matches.size() == 1) return matches.front();
     if (matches.size() > 1)
       for (int node : matches) conflicts_.insert(bundlePath(node));
@@ -336,20 +260,20 @@ class ImageView : public BundleView {
       std::string part = std::move(parts.front());
       parts.pop_front();
       if (part.empty() || part == ".") continue;
-      if (nodes_[at].entry.kind != EntryKind::Folder) return ENOTDIR;
+      if (tree_.kind(at) != EntryKind::Folder) return ENOTDIR;
       if (part == "..") {
         if (at == root_) return EXDEV;
-        at = nodes_[at].parent;
+        at = tree_.parent(at);
         continue;
       }
       int next = child(at, part);
       if (next < 0) return ENOENT;
-      const ImageEntry& entry = nodes_[next].entry;
-      if (entry.kind == EntryKind::Link && (!parts.empty() || followLast)) {
+      if (tree_.kind(next) == EntryKind::Link && (!parts.empty() || followLast)) {
         if (++links > kMaxLinks) return ELOOP;
-        if (entry.linkTarget.empty()) return ENOENT;
-        if (entry.linkTarget.front() == '/') return EXDEV;
-        std::vector<std::string> expanded = splitPath(entry.linkTarget);
+        const std::string_view target = tree_.linkTarget(next);
+        if (target.empty()) return ENOENT;
+        if (target.front() == '/') return EXDEV;
+        std::vector<std::string> expanded = splitPath(target);
         parts.insert(parts.begin(), expanded.begin(), expanded.end());
         continue;
       }
@@ -414,7 +338,7 @@ class ImageView : public BundleView {
   // rather than to a file in between. False, with `out` as it was, when
   // that did not work out.
   bool streamInto(int node, int out) {
-    const ImageEntry& entry = nodes_[node].entry;
+    const ImageEntry& entry = entryOf(node);
     if (reader_.program.empty()) return false;
     const off_t before = ::lseek(out, 0, SEEK_CUR);
     if (before < 0) return false;
@@ -428,7 +352,7 @@ class ImageView : public BundleView {
 
   // The file from an earlier batch or the cache.
   bool openKept(int node, UniqueFd* fd) {
-    const ImageEntry& entry = nodes_[node].entry;
+    const ImageEntry& entry = entryOf(node);
     auto batch = prefetched_.find(node);
     if (batch != prefetched_.end()) {
       UniqueFd folder(::open(batch->second.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
@@ -457,28 +381,32 @@ class ImageView : public BundleView {
     std::vector<int> batch = {node};
     uint64_t bytes = 0;
     auto consider = [&](int candidate) {
-      const ImageEntry& entry = nodes_[candidate].entry;
-      if (candidate == node || entry.kind != EntryKind::File || entry.size == 0 ||
-          entry.size > kReadAheadFileBytes || prefetched_.count(candidate))
-        return;
-      if (bytes + entry.size > kReadAheadBytes) return;
+      if (candidate == node || tree_.kind(candidate) != EntryKind::File) return;
+      const uint64_t size = tree_.size(candidate);
+      if (size == 0 || size > kReadAheadFileBytes || prefetched_.count(candidate)) return;
+      if (bytes + size > kReadAheadBytes) return;
+      const ImageEntry& entry = entryOf(candidate);
       if (cache_ && cache_->openFile(entry.path, entry.size).valid()) return;
       bytes += entry.size;
       batch.push_back(candidate);
     };
-    const std::vector<int>& siblings = nodes_[nodes_[node].parent].children;
-    for (int sibling : siblings) consider(sibling);
-    for (int sibling : siblings)
-      if (nodes_[sibling].entry.kind == EntryKind::Folder)
-        for (int inside : nodes_[sibling].children) consider(inside);
+    const int parent = tree_.parent(node);
+    const int siblings = tree_.childCount(parent);
+    for (int i = 0; i < siblings; ++i) consider(tree_.child(parent, i));
+    for (int i = 0; i < siblings; ++i) {
+      const int sibling = tree_.child(parent, i);
+      if (tree_.kind(sibling) != EntryKind::Folder) continue;
+      const int inside = tree_.childCount(sibling);
+      for (int k = 0; k < inside; ++k) consider(tree_.child(sibling, k));
+    }
     std::string folder = temporaryFolder();
     std::vector<std::string> paths;
-    for (int n : batch) paths.push_back(nodes_[n].entry.path);
+    for (int n : batch) paths.push_back(entryOf(n).path);
     std::string error;
     if (folder.empty() || !extractImageFiles(reader_, image_, paths, folder, &error)) return;
     UniqueFd folderFd(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     for (int n : batch) {
-      const ImageEntry& entry = nodes_[n].entry;
+      const ImageEntry& entry = entryOf(n);
       prefetched_[n] = folder;
       UniqueFd file(folderFd.valid() ? openBeneath(folderFd.get(), entry.path, O_RDONLY | O_NONBLOCK)
                                      : -1);
@@ -510,7 +438,7 @@ class ImageView : public BundleView {
 
   // A file stored plainly in the image, read straight from it.
   int readInPlace(int node, std::string* bytes) {
-    const ImageEntry& entry = nodes_[node].entry;
+    const ImageEntry& entry = entryOf(node);
     if (int err = checkImage()) return err;
     if (!extentsInside(entry)) return EIO;
     bytes->assign(static_cast<size_t>(entry.size), '\0');
@@ -531,7 +459,7 @@ class ImageView : public BundleView {
 
   // The same into a file without a name, copied by the kernel.
   int copyInPlace(int node, UniqueFd* fd) {
-    const ImageEntry& entry = nodes_[node].entry;
+    const ImageEntry& entry = entryOf(node);
     if (int err = checkImage()) return err;
     if (!extentsInside(entry)) return EIO;
     UniqueFd out = unnamedFile();
@@ -548,7 +476,7 @@ class ImageView : public BundleView {
   // its start: copied from the image in place, from an announced batch,
   // the cache, or extracted now.
   int fetch(int node, UniqueFd* fd) {
-    const ImageEntry& entry = nodes_[node].entry;
+    const ImageEntry& entry = entryOf(node);
     if (!entry.extents.empty()) return copyInPlace(node, fd);
     if (openKept(node, fd)) return 0;
     if (reader_.kind == ImageReader::Kind::SevenZip && !reader_.program.empty()) {
@@ -593,8 +521,9 @@ class ImageView : public BundleView {
   UniqueFd imageFd_;
   ImageReader reader_;
   std::unique_ptr<ImageCache> cache_;
-  std::vector<Node> nodes_;
-  int root_;
+  ImageTree tree_;
+  int root_;  // the bundle folder
+  std::vector<std::unique_ptr<ImageEntry>> entries_;  // node -> its entry, once made
   std::map<int, std::string> prefetched_;  // node -> the folder it was extracted into
   std::string scratch_;  // where batches are extracted; empty until needed
   bool ownScratch_ = false;
@@ -602,140 +531,7 @@ class ImageView : public BundleView {
   std::set<std::string> conflicts_;
 };
 
-// The listing as a tree: node 0 is the image's root; folders missing from
-// the listing are made up; a path listed twice keeps its first entry.
-// Paths are looked up as views into the entries' own paths (a made-up
-// folder's path is a prefix of one), which stay put until the entries move
-// into their nodes at the end: a listing of many thousand entries is read
-// by every query, so it is built without a copy of every path.
-std::vector<Node> buildTree(std::vector<ImageEntry> entries) {
-  std::vector<Node> nodes(1);
-  nodes[0].entry.kind = EntryKind::Folder;
-  nodes[0].entry.mode = 0755;
-  std::vector<int> source(1, -1);  // node -> the entry it takes, -1: made up
-  std::unordered_map<std::string_view, int> byPath;
-  byPath.reserve(entries.size() + 1);
-  byPath.emplace(std::string_view(), 0);
-  auto addNode = [&](std::string_view path, int parent, int entry) {
-    const size_t slash = path.rfind('/');
-    Node node;
-    node.name = std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
-    node.parent = parent;
-    nodes.push_back(std::move(node));
-    source.push_back(entry);
-    const int index = static_cast<int>(nodes.size() - 1);
-    nodes[static_cast<size_t>(parent)].children.push_back(index);
-    byPath.emplace(path, index);
-    return index;
-  };
-  // The folder at `path`, made up (with the folders above it) when the
-  // listing lacks it.
-  auto folder = [&](std::string_view path) {
-    auto it = byPath.find(path);
-    if (it != byPath.end()) return it->second;
-    int parent = 0;
-    for (size_t end = 0; end != std::string_view::npos;) {
-      end = path.find('/', end + 1);
-      std::string_view prefix = path.substr(0, end);
-      auto found = byPath.find(prefix);
-      parent = found != byPath.end() ? found->second : addNode(prefix, parent, -1);
-    }
-    return parent;
-  };
-  // Parents before children, whatever order the reader listed in.
-  std::vector<std::pair<size_t, size_t>> order;  // depth, index
-  order.reserve(entries.size());
-  for (size_t i = 0; i < entries.size(); ++i)
-    order.emplace_back(std::count(entries[i].path.begin(), entries[i].path.end(), '/'), i);
-  std::stable_sort(order.begin(), order.end(),
-                   [](const auto& a, const auto& b) { return a.first < b.first; });
-  nodes.reserve(entries.size() + 1);
-  source.reserve(entries.size() + 1);
-  for (const auto& [depth, index] : order) {
-    std::string_view path = entries[index].path;
-    if (byPath.count(path)) continue;
-    const size_t slash = path.rfind('/');
-    const int parent = folder(slash == std::string_view::npos ? std::string_view() : path.substr(0, slash));
-    addNode(path, parent, static_cast<int>(index));
-  }
-  byPath.clear();
-  for (size_t i = 1; i < nodes.size(); ++i) {
-    if (source[i] >= 0) {
-      nodes[i].entry = std::move(entries[static_cast<size_t>(source[i])]);
-      continue;
-    }
-    // A made-up folder: its path from its parent's, which is set by now
-    // (parents come first).
-    const Node& parent = nodes[static_cast<size_t>(nodes[i].parent)];
-    nodes[i].entry.path = appendingPathComponent(parent.entry.path, nodes[i].name);
-    nodes[i].entry.kind = EntryKind::Folder;
-    nodes[i].entry.mode = 0755;
-  }
-  for (Node& node : nodes)
-    std::sort(node.children.begin(), node.children.end(),
-              [&](int a, int b) { return nodes[static_cast<size_t>(a)].name < nodes[static_cast<size_t>(b)].name; });
-  return nodes;
-}
-
 }  // namespace
-
-std::string encodeListing(const std::vector<ImageEntry>& entries) {
-  std::string text(kListingHeader);
-  for (const ImageEntry& e : entries) {
-    text += kindLetter(e.kind);
-    text += "\t" + std::to_string(e.mode) + "\t" + std::to_string(e.size) + "\t" +
-            std::to_string(e.modified.tv_sec) + "\t" + std::to_string(e.modified.tv_nsec) + "\t" +
-            std::to_string(e.accessed.tv_sec) + "\t" + std::to_string(e.accessed.tv_nsec) + "\t" +
-            escape(e.path) + "\t" + escape(e.linkTarget) + "\t";
-    for (size_t i = 0; i < e.extents.size(); ++i)
-      text += (i ? "," : "") + std::to_string(e.extents[i].offset) + ":" +
-              std::to_string(e.extents[i].length);
-    text += "\n";
-  }
-  return text;
-}
-
-bool decodeListing(std::string_view text, std::vector<ImageEntry>* entries) {
-  if (text.substr(0, kListingHeader.size()) != kListingHeader) return false;
-  entries->clear();
-  entries->reserve(static_cast<size_t>(std::count(text.begin(), text.end(), '\n')));
-  size_t pos = kListingHeader.size();
-  while (pos < text.size()) {
-    size_t end = text.find('\n', pos);
-    if (end == std::string_view::npos) return false;  // a cut-off file
-    std::array<std::string_view, kListingFields> f;
-    if (!splitTabs(text.substr(pos, end - pos), &f)) return false;
-    pos = end + 1;
-    if (f[0].size() != 1) return false;
-    ImageEntry e;
-    e.kind = kindOfLetter(f[0][0]);
-    int64_t mode = 0;
-    if (!parseNumber(f[1], &mode) || !parseNumber(f[2], &e.size) ||
-        !parseNumber(f[3], &e.modified.tv_sec) || !parseNumber(f[4], &e.modified.tv_nsec) ||
-        !parseNumber(f[5], &e.accessed.tv_sec) || !parseNumber(f[6], &e.accessed.tv_nsec))
-      return false;
-    e.mode = static_cast<mode_t>(mode & 07777);
-    if (!unescape(f[7], &e.path) || !unescape(f[8], &e.linkTarget)) return false;
-    if (e.path.empty() || !relativePathProblem(e.path).empty()) return false;
-    uint64_t total = 0;
-    for (size_t start = 0; start < f[9].size();) {
-      size_t comma = f[9].find(',', start);
-      if (comma == std::string_view::npos) comma = f[9].size();
-      std::string_view pair = f[9].substr(start, comma - start);
-      size_t colon = pair.find(':');
-      ImageExtent extent;
-      if (colon == std::string_view::npos || !parseNumber(pair.substr(0, colon), &extent.offset) ||
-          !parseNumber(pair.substr(colon + 1), &extent.length))
-        return false;
-      total += extent.length;
-      e.extents.push_back(extent);
-      start = comma + 1;
-    }
-    if (!e.extents.empty() && (e.kind != EntryKind::File || total != e.size)) return false;
-    entries->push_back(std::move(e));
-  }
-  return true;
-}
 
 std::optional<std::string> findImageBundle(const std::vector<ImageEntry>& entries,
                                            std::string* error) {
@@ -804,39 +600,46 @@ std::unique_ptr<BundleView> openImageView(const std::string& image, const ImageV
   std::unique_ptr<ImageCache> cache =
       ImageCache::open(options.cacheRoot, absolute, identity, options.cacheLimits);
 
-  std::vector<ImageEntry> entries;
+  // The tree kept from an earlier run, unless it is damaged or of another
+  // version: the image is then listed again.
+  std::optional<ImageTree> tree;
   std::string stored;
-  if (!cache || !cache->loadListing(&stored) || !decodeListing(stored, &entries)) {
+  if (cache && cache->loadListing(&stored)) tree = ImageTree::open(std::move(stored));
+  if (!tree) {
+    std::vector<ImageEntry> entries;
     std::string why = noReader;
     if (!reader || !listImage(*reader, image, &entries, &why)) {
       *error = "cannot read " + quoted + ": " + why;
       return nullptr;
     }
-    // A listing is kept only when the image did not change while it was
-    // read.
+    std::optional<std::string> bundle = findImageBundle(entries, &why);
+    if (!bundle) {
+      *error = quoted + " " + why;
+      return nullptr;
+    }
+    // Read back as a kept one is, so that a fresh listing and a kept one
+    // are used the same way.
+    std::optional<std::string> bytes = encodeImageTree(std::move(entries), *bundle);
+    if (bytes) tree = ImageTree::open(std::move(*bytes));
+    if (!tree) {
+      *error = "cannot read " + quoted + ": its listing does not make one tree";
+      return nullptr;
+    }
+    // A tree is kept only when the image did not change while it was
+    // listed.
     // (By its path: the reader opened it by its path too.)
     UniqueFd again(::open(image.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     FileIdentity after;
     imageFdRef = &again;
     if (cache && again.valid() && identify(&after) == 0 && after == identity)
-      cache->storeListing(encodeListing(entries));
+      cache->storeListing(tree->bytes());
   }
 
-  std::string why;
-  std::optional<std::string> bundle = findImageBundle(entries, &why);
-  if (!bundle) {
-    *error = quoted + " " + why;
-    return nullptr;
-  }
-  std::vector<Node> nodes = buildTree(std::move(entries));
-  int root = 0;
-  for (size_t i = 0; i < nodes.size(); ++i)
-    if (nodes[i].entry.path == *bundle) root = static_cast<int>(i);
   ImageReader none;
   none.missing = noReader;
   return std::make_unique<ImageView>(image, image, identity, std::move(imageFd),
                                      reader ? std::move(*reader) : none,
-                                     std::move(cache), std::move(nodes), root);
+                                     std::move(cache), std::move(*tree));
 }
 
 }  // namespace velmar::tool

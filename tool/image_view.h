@@ -41,10 +41,6 @@ std::unique_ptr<BundleView> openImageView(const std::string& image, const ImageV
 std::optional<std::string> findImageBundle(const std::vector<ImageEntry>& entries,
                                            std::string* error);
 
-// The listing as the cache keeps it, and back.
-std::string encodeListing(const std::vector<ImageEntry>& entries);
-bool decodeListing(std::string_view text, std::vector<ImageEntry>* entries);
-
 }  // namespace velmar::tool
 
 #endif  // VELMAR_TOOL_IMAGE_VIEW_H_

@@ -1,6 +1,7 @@
 #include "tool/image_cache.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -66,6 +67,10 @@ TEST_F(ImageCacheTest, KeepsListingsAndFilesPerImageIdentity) {
   std::string text;
   ASSERT_TRUE(again->loadListing(&text));
   EXPECT_EQ(text, "the listing");
+  // One that could not be used is replaced.
+  again->storeListing("a sound listing");
+  ASSERT_TRUE(again->loadListing(&text));
+  EXPECT_EQ(text, "a sound listing");
   UniqueFd fd = again->openFile("Restore/A.plist", 11);
   ASSERT_TRUE(fd.valid());
   EXPECT_EQ(contents(fd.get()), "plist bytes");
@@ -77,6 +82,22 @@ TEST_F(ImageCacheTest, KeepsListingsAndFilesPerImageIdentity) {
   EXPECT_FALSE(other->loadListing(&text));
   EXPECT_FALSE(other->openFile("Restore/A.plist", 11).valid());
   EXPECT_EQ(entries(root_), 2u);
+}
+
+TEST_F(ImageCacheTest, AListingIsReadOnlyFromARegularFile) {
+  std::unique_ptr<ImageCache> cache = ImageCache::open(root_, "/images/a.dmg", identity(1));
+  ASSERT_TRUE(cache);
+  const std::string listing = cache->folder() + "/tree";
+  testing::writeText(dir_ / "elsewhere", "not the listing");
+  fs::create_symlink(dir_ / "elsewhere", listing);
+  std::string text;
+  EXPECT_FALSE(cache->loadListing(&text));
+  fs::remove(listing);
+  ASSERT_EQ(::mkfifo(listing.c_str(), 0600), 0);
+  EXPECT_FALSE(cache->loadListing(&text));  // and does not wait for a writer
+  cache->storeListing("the listing");
+  ASSERT_TRUE(cache->loadListing(&text));
+  EXPECT_EQ(text, "the listing");
 }
 
 TEST_F(ImageCacheTest, AChangedImageDropsItsOldEntryOnceNobodyHoldsIt) {

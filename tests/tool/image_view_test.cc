@@ -302,6 +302,25 @@ TEST_P(ImageSourceTest, QueriesValidationAndStripsMatchTheFolder) {
   EXPECT_TRUE(describeTree(*stripped, false) == describeTree(*openFolderView(fromFolder), false));
 }
 
+TEST_P(ImageSourceTest, ADamagedKeptTreeIsListedAgainAndReplaced) {
+  std::vector<std::string> paths;
+  {
+    std::unique_ptr<BundleView> view = imageView(image_);
+    ASSERT_TRUE(view);
+    paths = listTree(*view, "");
+  }
+  std::string kept;
+  for (const auto& entry : fs::directory_iterator(cacheRoot_))
+    if (existsNoFollow(entry.path() / "tree")) kept = entry.path() / "tree";
+  ASSERT_FALSE(kept.empty());
+  const std::string whole = readText(kept);
+  writeText(kept, whole.substr(0, whole.size() / 2));
+  std::unique_ptr<BundleView> view = imageView(image_);
+  ASSERT_TRUE(view);
+  EXPECT_EQ(listTree(*view, ""), paths);
+  EXPECT_EQ(readText(kept), whole);
+}
+
 TEST_P(ImageSourceTest, AnImageChangedBetweenRunsIsReadAfresh) {
   Value before = propertyListsIn(run({"--validproducts", "--source", image_}).out).at(0);
   EXPECT_EQ(before.get("validProducts"), Value::stringArray({"r11", "r13"}));
