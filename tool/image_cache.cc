@@ -184,7 +184,8 @@ void ImageCache::makeRoom(uint64_t adding) {
   uint64_t total = adding + entryBytes_;
   for (const std::string& name : namesIn(root_)) {
     const std::string folder = root_ + "/" + name;
-    if (folder == folder_ || name.rfind(kTemporaryPrefix, 0) == 0) continue;
+    if (folder == folder_ || name.rfind(kTemporaryPrefix, 0) == 0 || name == kParsedFilesFolder)
+      continue;
     struct stat st;
     if (::stat((folder + "/" + kLockName).c_str(), &st) != 0) st.st_mtim = {};
     others.push_back({name, folderBytes(folder), st.st_mtim});

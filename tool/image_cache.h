@@ -87,6 +87,11 @@ class ImageCache {
 // is set.
 std::string defaultImageCacheRoot();
 
+// The folder beside the images' entries where parsed property lists are
+// kept (base/parsed_file_store.h); it keeps to a bound of its own, and the
+// images' cache neither counts nor evicts it.
+inline constexpr const char* kParsedFilesFolder = "parsed";
+
 }  // namespace velmar::tool
 
 #endif  // VELMAR_TOOL_IMAGE_CACHE_H_

@@ -39,10 +39,11 @@ void storeParsedFilesInBackground() {
 int main(int argc, char** argv) {
   // The desktop asks a dozen questions about one bundle, each in a new
   // process: parsed manifests are kept for the next one, beside the images'
-  // cache (which may drop the folder as a whole when it needs the room).
+  // cache, each with a size bound of its own.
   const std::string cacheRoot = velmar::tool::defaultImageCacheRoot();
   if (!cacheRoot.empty())
-    velmar::setParsedFileStore(std::make_shared<velmar::ParsedFileStore>(cacheRoot + "/parsed"),
+    velmar::setParsedFileStore(std::make_shared<velmar::ParsedFileStore>(
+                                   cacheRoot + "/" + velmar::tool::kParsedFilesFolder),
                                /*deferred=*/true);
   const int status =
       velmar::tool::runTool(std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));

@@ -120,6 +120,11 @@ TEST_F(ImageCacheTest, StaysWithinItsLimitsOldestFirst) {
   limits.totalBytes = 64 << 10;
   limits.fileBytes = 40 << 10;
   const std::string big(30 << 10, 'x');
+  // The parsed property lists beside the entries keep to a bound of their
+  // own: never counted, never evicted, however old.
+  const std::string parsed = root_ + "/" + kParsedFilesFolder;
+  fs::create_directories(parsed);
+  testing::writeText(parsed + "/entry", std::string(60 << 10, 'p'));
   for (uint64_t inode : {1, 2}) {
     std::unique_ptr<ImageCache> cache =
         ImageCache::open(root_, "/images/" + std::to_string(inode), identity(inode), limits);
@@ -132,6 +137,7 @@ TEST_F(ImageCacheTest, StaysWithinItsLimitsOldestFirst) {
   third->storeFile("f", fileWith(*third, big).get(), big.size());
   EXPECT_TRUE(third->openFile("f", big.size()).valid());
   EXPECT_FALSE(ImageCache::open(root_, "/images/1", identity(1), limits)->openFile("f", big.size()).valid());
+  EXPECT_TRUE(fs::exists(parsed + "/entry"));
   // A file over the per-file limit is not kept.
   const std::string huge(50 << 10, 'y');
   third->storeFile("g", fileWith(*third, huge).get(), huge.size());
