@@ -163,24 +163,29 @@ inline Value parseWithLibplist(std::string_view bytes) {
   return v;
 }
 
-inline std::string toXmlWithLibplist(const Value& v) {
-  oracle_detail::PlistPtr root = oracle_detail::rootNode(v);
-  char* xml = nullptr;
+namespace oracle_detail {
+
+// `v` written by one of libplist's writers, which hand back a buffer of
+// their own that its own function frees.
+inline std::string writeWith(const Value& v, void (*write)(plist_t, char**, uint32_t*),
+                             void (*release)(char*)) {
+  PlistPtr root = rootNode(v);
+  char* bytes = nullptr;
   uint32_t len = 0;
-  plist_to_xml(root.get(), &xml, &len);
-  std::string out(xml ? xml : "", xml ? len : 0);
-  if (xml) plist_to_xml_free(xml);
+  write(root.get(), &bytes, &len);
+  std::string out(bytes ? bytes : "", bytes ? len : 0);
+  if (bytes) release(bytes);
   return out;
 }
 
+}  // namespace oracle_detail
+
+inline std::string toXmlWithLibplist(const Value& v) {
+  return oracle_detail::writeWith(v, plist_to_xml, plist_to_xml_free);
+}
+
 inline std::string toBinaryWithLibplist(const Value& v) {
-  oracle_detail::PlistPtr root = oracle_detail::rootNode(v);
-  char* bin = nullptr;
-  uint32_t len = 0;
-  plist_to_bin(root.get(), &bin, &len);
-  std::string out(bin ? bin : "", bin ? len : 0);
-  if (bin) plist_to_bin_free(bin);
-  return out;
+  return oracle_detail::writeWith(v, plist_to_bin, plist_to_bin_free);
 }
 
 }  // namespace velmar::testing

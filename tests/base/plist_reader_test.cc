@@ -17,6 +17,7 @@
 #include "synth/sample_bundles.h"
 #include "tests/base/libplist_oracle.h"
 #include "tests/base/plist_corpus.h"
+#include "tests/base/value_compare.h"
 #include "tests/base/value_literals.h"
 
 namespace velmar {
@@ -24,34 +25,8 @@ namespace {
 
 // Same kinds, same key order, same contents; dates to the microsecond,
 // which is what libplist keeps of them.
-::testing::AssertionResult identical(const Value& a, const Value& b, const std::string& where = "root") {
-  if (a.type() != b.type()) return ::testing::AssertionFailure() << where << ": kinds differ";
-  switch (a.type()) {
-    case Value::Type::Date:
-      if (std::fabs(a.dateValue().seconds - b.dateValue().seconds) > 1e-6)
-        return ::testing::AssertionFailure() << where << ": dates differ";
-      break;
-    case Value::Type::Real:
-      if (!(a.realValue() == b.realValue()) && !(std::isnan(a.realValue()) && std::isnan(b.realValue())))
-        return ::testing::AssertionFailure() << where << ": " << a.realValue() << " != " << b.realValue();
-      break;
-    case Value::Type::Array:
-      if (a.count() != b.count()) return ::testing::AssertionFailure() << where << ": array sizes differ";
-      for (size_t i = 0; i < a.count(); ++i)
-        if (auto r = identical(a.arr()[i], b.arr()[i], where + "[" + std::to_string(i) + "]"); !r) return r;
-      break;
-    case Value::Type::Dict: {
-      if (a.dict().keys() != b.dict().keys())
-        return ::testing::AssertionFailure() << where << ": keys differ";
-      for (const auto& [key, item] : a.dict())
-        if (auto r = identical(item, b.get(key), where + "." + key); !r) return r;
-      break;
-    }
-    default:
-      if (a != b)
-        return ::testing::AssertionFailure() << where << ": " << a.description() << " != " << b.description();
-  }
-  return ::testing::AssertionSuccess();
+::testing::AssertionResult identical(const Value& a, const Value& b) {
+  return testing::identicalValues(a, b, testing::Numbers::AsLibplistKeeps);
 }
 
 void expectSameAsOracle(const std::string& bytes, const std::string& what) {

@@ -14,6 +14,7 @@
 #include "base/value_snapshot.h"
 #include "synth/bundle_builder.h"
 #include "synth/factory_bundle.h"
+#include "tests/base/value_compare.h"
 #include "tests/base/value_literals.h"
 
 namespace velmar {
@@ -25,32 +26,8 @@ using testing::dictOf;
 constexpr uint64_t kAnyTree = uint64_t{1} << 40;
 
 // Same kinds, same key order, bit-identical numbers.
-::testing::AssertionResult identical(const Value& a, const Value& b, const std::string& where = "root") {
-  if (a.type() != b.type()) return ::testing::AssertionFailure() << where << ": kinds differ";
-  switch (a.type()) {
-    case Value::Type::Real:
-    case Value::Type::Date: {
-      const double x = a.isReal() ? a.realValue() : a.dateValue().seconds;
-      const double y = b.isReal() ? b.realValue() : b.dateValue().seconds;
-      if (std::memcmp(&x, &y, sizeof x) != 0)
-        return ::testing::AssertionFailure() << where << ": " << x << " != " << y;
-      break;
-    }
-    case Value::Type::Array:
-      if (a.count() != b.count()) return ::testing::AssertionFailure() << where << ": sizes differ";
-      for (size_t i = 0; i < a.count(); ++i)
-        if (auto r = identical(a.arr()[i], b.arr()[i], where + "[" + std::to_string(i) + "]"); !r) return r;
-      break;
-    case Value::Type::Dict:
-      if (a.dict().keys() != b.dict().keys()) return ::testing::AssertionFailure() << where << ": keys differ";
-      for (const auto& [key, item] : a.dict())
-        if (auto r = identical(item, b.get(key), where + "." + key); !r) return r;
-      break;
-    default:
-      if (a != b)
-        return ::testing::AssertionFailure() << where << ": " << a.description() << " != " << b.description();
-  }
-  return ::testing::AssertionSuccess();
+::testing::AssertionResult identical(const Value& a, const Value& b) {
+  return testing::identicalValues(a, b, testing::Numbers::BitIdentical);
 }
 
 std::string snapshotOf(const Value& v) {
