@@ -1,6 +1,5 @@
 #include "base/parsed_file_store.h"
 
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -15,6 +14,8 @@
 #include <cstdio>
 #include <vector>
 
+#include "base/bundle_view.h"
+#include "base/staging_name.h"
 #include "base/unique_fd.h"
 #include "base/value_snapshot.h"
 
@@ -91,13 +92,6 @@ bool readAll(int fd, size_t size, std::string* bytes) {
     done += static_cast<size_t>(n);
   }
   return true;
-}
-
-// Whether `name` is a temporary file left by a process that is gone.
-bool leftByDeadProcess(const std::string& name) {
-  if (name.rfind(kTemporaryPrefix, 0) != 0) return false;
-  long pid = std::strtol(name.c_str() + strlen(kTemporaryPrefix), nullptr, 10);
-  return pid > 0 && pid != ::getpid() && ::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH;
 }
 
 }  // namespace
@@ -208,12 +202,13 @@ void ParsedFileStore::makeRoom(const std::string& kept) {
   };
   std::vector<Entry> entries;
   uint64_t total = 0;
-  DIR* dir = ::opendir(folder_.c_str());
-  if (!dir) return;
-  while (struct dirent* item = ::readdir(dir)) {
-    const std::string name = item->d_name;
+  UniqueFd dirFd(::open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  std::vector<FolderEntry> items;
+  if (!dirFd.valid() || readFolderEntries(dirFd.get(), &items) != 0) return;
+  for (const FolderEntry& item : items) {
+    const std::string& name = item.name;
     const std::string path = folder_ + "/" + name;
-    if (leftByDeadProcess(name)) {
+    if (leftByDeadProcess(name, kTemporaryPrefix)) {
       ::unlink(path.c_str());
       continue;
     }
@@ -224,7 +219,6 @@ void ParsedFileStore::makeRoom(const std::string& kept) {
     if (path == kept) continue;
     entries.push_back({path, static_cast<uint64_t>(st.st_blocks) * 512, st.st_mtim});
   }
-  ::closedir(dir);
   if (total <= limits_.totalBytes) return;
   std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) {
     return a.used.tv_sec != b.used.tv_sec ? a.used.tv_sec < b.used.tv_sec

@@ -1,5 +1,10 @@
 #include "base/staging_name.h"
 
+#include <errno.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <unistd.h>
+
 namespace velmar {
 
 std::string stagingPrefix(std::string_view targetName) {
@@ -27,6 +32,13 @@ std::optional<pid_t> stagingOwner(std::string_view name, std::string_view prefix
   }
   if (pid <= 0) return std::nullopt;
   return pid;
+}
+
+bool leftByDeadProcess(std::string_view name, std::string_view prefix) {
+  if (name.substr(0, prefix.size()) != prefix) return false;
+  const std::string rest(name.substr(prefix.size()));
+  long pid = std::strtol(rest.c_str(), nullptr, 10);
+  return pid > 0 && pid != ::getpid() && ::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH;
 }
 
 }  // namespace velmar

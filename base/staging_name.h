@@ -23,6 +23,10 @@ std::string stagingPrefix(std::string_view targetName);
 // prefix, else nothing.
 std::optional<pid_t> stagingOwner(std::string_view name, std::string_view prefix);
 
+// Whether `name` is `prefix` followed by the process id of a process that
+// is gone (never this one's): an item a killed run left in a cache folder.
+bool leftByDeadProcess(std::string_view name, std::string_view prefix);
+
 }  // namespace velmar
 
 #endif  // VELMAR_BASE_STAGING_NAME_H_

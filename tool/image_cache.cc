@@ -14,6 +14,7 @@
 #include <cstdio>
 
 #include "base/file_bytes.h"
+#include "base/staging_name.h"
 #include "tool/cleanup.h"
 #include "tool/staging_area.h"
 
@@ -67,13 +68,6 @@ uint64_t folderBytes(const std::string& folder) {
       total += static_cast<uint64_t>(st.st_blocks) * 512;
   }
   return total;
-}
-
-// Whether a temporary item was left by a process that is gone.
-bool leftByDeadProcess(const std::string& name) {
-  if (name.rfind(kTemporaryPrefix, 0) != 0) return false;
-  long pid = std::strtol(name.c_str() + strlen(kTemporaryPrefix), nullptr, 10);
-  return pid > 0 && pid != ::getpid() && ::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH;
 }
 
 // Takes the shared lock on the entry folder's lock file, making both when
@@ -147,7 +141,7 @@ std::unique_ptr<ImageCache> ImageCache::open(const std::string& root, const std:
   std::unique_ptr<ImageCache> cache(new ImageCache(root, root + "/" + name, std::move(lock), limits));
 
   for (const std::string& item : namesIn(cache->folder_))
-    if (leftByDeadProcess(item)) removePath(cache->folder_ + "/" + item);
+    if (leftByDeadProcess(item, kTemporaryPrefix)) removePath(cache->folder_ + "/" + item);
   std::string source;
   if (readFileBytes(cache->folder_ + "/" + kSourceName, &source) != 0) {
     UniqueFd fd = cache->unnamedFile();
@@ -159,7 +153,7 @@ std::unique_ptr<ImageCache> ImageCache::open(const std::string& root, const std:
   // its entry will never be used again.
   for (const std::string& item : namesIn(root)) {
     if (item == name) continue;
-    if (leftByDeadProcess(item)) {
+    if (leftByDeadProcess(item, kTemporaryPrefix)) {
       removePath(root + "/" + item);
       continue;
     }

@@ -298,16 +298,27 @@ int ImageTree::findChild(int node, std::string_view wanted) const {
   return -1;
 }
 
+namespace {
+
+// The fields an EntryInfo and an ImageEntry share, from a node's record
+// at `record` (which its name and link target follow).
+template <typename Entry>
+void fillFromRecord(const Record& r, const char* record, Entry* out) {
+  out->kind = static_cast<EntryKind>(r.kind);
+  out->size = r.size;
+  out->mode = static_cast<mode_t>(r.mode & 07777);
+  out->modified = {static_cast<time_t>(r.modifiedSeconds), static_cast<long>(r.modifiedNanoseconds)};
+  out->accessed = {static_cast<time_t>(r.accessedSeconds), static_cast<long>(r.accessedNanoseconds)};
+  out->linkTarget.assign(record + sizeof(Record) + r.nameLength, r.linkLength);
+}
+
+}  // namespace
+
 EntryInfo ImageTree::info(int node) const {
   const size_t at = offset(node);
   const Record r = load<Record>(bytes_, at);
   EntryInfo info;
-  info.kind = static_cast<EntryKind>(r.kind);
-  info.size = r.size;
-  info.mode = static_cast<mode_t>(r.mode & 07777);
-  info.modified = {static_cast<time_t>(r.modifiedSeconds), static_cast<long>(r.modifiedNanoseconds)};
-  info.accessed = {static_cast<time_t>(r.accessedSeconds), static_cast<long>(r.accessedNanoseconds)};
-  info.linkTarget.assign(bytes_.data() + at + sizeof(Record) + r.nameLength, r.linkLength);
+  fillFromRecord(r, bytes_.data() + at, &info);
   return info;
 }
 
@@ -316,12 +327,7 @@ ImageEntry ImageTree::entry(int node, std::string path) const {
   const Record r = load<Record>(bytes_, at);
   ImageEntry e;
   e.path = std::move(path);
-  e.kind = static_cast<EntryKind>(r.kind);
-  e.size = r.size;
-  e.mode = static_cast<mode_t>(r.mode & 07777);
-  e.modified = {static_cast<time_t>(r.modifiedSeconds), static_cast<long>(r.modifiedNanoseconds)};
-  e.accessed = {static_cast<time_t>(r.accessedSeconds), static_cast<long>(r.accessedNanoseconds)};
-  e.linkTarget.assign(bytes_.data() + at + sizeof(Record) + r.nameLength, r.linkLength);
+  fillFromRecord(r, bytes_.data() + at, &e);
   e.extents.resize(r.extentCount);
   for (uint32_t i = 0; i < r.extentCount; ++i) {
     e.extents[i].offset = load<uint64_t>(bytes_, at + extentsAt(r) + kExtentBytes * i);
