@@ -112,7 +112,9 @@ duel() {
 }
 
 nothing() { :; }
-clear_cache() { rm -rf "$XDG_CACHE_HOME"; }
+# A run's last act may be a forked child storing what it parsed into the
+# cache; removing the folder under it fails until it is done.
+clear_cache() { until rm -rf "$XDG_CACHE_HOME" 2>/dev/null; do sleep 0.05; done; }
 # The targets of earlier strips gone, and whatever they left to write back
 # on the disk before the next strip starts its clock.
 clear_targets() { rm -rf "$work/out-folder" "$work/out-image"; sync; }

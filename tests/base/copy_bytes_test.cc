@@ -62,16 +62,23 @@ TEST(CopyBytesTest, PipesGoThroughABuffer) {
 }
 
 // A large range read from the middle of a page (as a file in an ISO 9660
-// image starts on a 2048-byte block) goes through a buffer instead of the
-// kernel: every byte still lands where it belongs, in pieces that add up.
+// image starts on a 2048-byte block) is copied by hand instead of by the
+// kernel, from a mapping where the source is in the page cache and through
+// a buffer where it is not: every byte still lands where it belongs, in
+// pieces that add up.
 TEST(CopyBytesTest, RangesShiftedWithinAPageCopyExactly) {
-  std::string bytes(3 << 20, '\0');
+  std::string bytes(9 << 20, '\0');
   for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>((i * 7919) >> 5);
   UniqueFd in = fileWith(bytes);
-  for (uint64_t offset : {uint64_t{2048}, uint64_t{1}, uint64_t{4096}}) {
+  for (uint64_t offset : {uint64_t{2048}, uint64_t{1}, uint64_t{4096}, uint64_t{2049}}) {
+    if (offset == 2049) {
+      // Out of the page cache, as far as the file system lets go of it.
+      ::fdatasync(in.get());
+      ::posix_fadvise(in.get(), 0, 0, POSIX_FADV_DONTNEED);
+    }
     UniqueFd out = fileWith("");
     uint64_t reported = 0;
-    const uint64_t length = (2 << 20) + 123;
+    const uint64_t length = (8 << 20) + 123;
     ASSERT_EQ(copyBytes(in.get(), offset, length, out.get(), [&](uint64_t n) { reported += n; }), 0);
     EXPECT_EQ(reported, length);
     std::string copied(length + 10, '\0');
@@ -82,6 +89,21 @@ TEST(CopyBytesTest, RangesShiftedWithinAPageCopyExactly) {
     // Past the end: a short file.
     EXPECT_EQ(copyBytes(in.get(), bytes.size() - 1000, 1 << 20, out.get(), nullptr), EIO);
   }
+}
+
+// A source cut short while it is copied from the middle of a page (an image
+// truncated by someone else during a strip) ends the copy with EIO: the
+// bytes read through the mapping past the new end must not raise SIGBUS.
+TEST(CopyBytesTest, ASourceCutShortDuringAShiftedCopyIsAnErrorNotACrash) {
+  UniqueFd in = fileWith(std::string(12 << 20, 'x'));
+  UniqueFd out = fileWith("");
+  bool cut = false;
+  auto truncateOnce = [&](uint64_t) {
+    if (!cut) ASSERT_EQ(::ftruncate(in.get(), 5 << 20), 0);
+    cut = true;
+  };
+  EXPECT_EQ(copyBytes(in.get(), 2048, (12 << 20) - 4096, out.get(), truncateOnce), EIO);
+  EXPECT_TRUE(cut);
 }
 
 }  // namespace
