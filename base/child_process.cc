@@ -10,7 +10,9 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string_view>
+#include <utility>
 
 #include "base/unique_fd.h"
 
@@ -52,9 +54,19 @@ void appendBounded(std::string* to, const char* bytes, size_t n, size_t limit, b
 
 }  // namespace
 
-ChildResult runChild(const ChildRequest& request) {
-  ChildResult result;
-  UniqueFd outRead, outWrite, errRead, errWrite;
+namespace {
+
+// A started child and the read ends of its captured streams.
+struct Running {
+  pid_t pid = -1;
+  UniqueFd outRead, errRead;
+  int64_t deadline = 0;  // 0: none
+};
+
+// Starts the child `request` asks for; false, with the reason in `result`,
+// when it cannot.
+bool start(const ChildRequest& request, ChildResult* result, Running* running) {
+  UniqueFd outWrite, errWrite;
   auto makePipe = [&](UniqueFd* readEnd, UniqueFd* writeEnd) {
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0) return false;
@@ -62,10 +74,10 @@ ChildResult runChild(const ChildRequest& request) {
     writeEnd->reset(fds[1]);
     return true;
   };
-  if ((request.out == ChildStream::Capture && !makePipe(&outRead, &outWrite)) ||
-      (request.err == ChildStream::Capture && !makePipe(&errRead, &errWrite))) {
-    result.startError = errno;
-    return result;
+  if ((request.out == ChildStream::Capture && !makePipe(&running->outRead, &outWrite)) ||
+      (request.err == ChildStream::Capture && !makePipe(&running->errRead, &errWrite))) {
+    result->startError = errno;
+    return false;
   }
 
   posix_spawn_file_actions_t actions;
@@ -102,86 +114,129 @@ ChildResult runChild(const ChildRequest& request) {
   for (std::string& entry : environment) envp.push_back(entry.data());
   envp.push_back(nullptr);
 
-  pid_t pid = -1;
   sigset_t saved;
   ::sigprocmask(SIG_BLOCK, &all, &saved);
-  int err = ::posix_spawn(&pid, request.program.c_str(), &actions, &attributes, argv.data(),
-                          envp.data());
-  if (err == 0 && request.started) request.started(pid);
+  int err = ::posix_spawn(&running->pid, request.program.c_str(), &actions, &attributes,
+                          argv.data(), envp.data());
+  if (err == 0 && request.started) request.started(running->pid);
   ::sigprocmask(SIG_SETMASK, &saved, nullptr);
   posix_spawn_file_actions_destroy(&actions);
   posix_spawnattr_destroy(&attributes);
-  outWrite.reset();
-  errWrite.reset();
   if (err != 0) {
-    result.startError = err;
-    return result;
+    running->outRead.reset();
+    running->errRead.reset();
+    result->startError = err;
+    return false;
   }
-  result.started = true;
+  result->started = true;
+  running->deadline = request.timeoutMs > 0 ? nowMs() + request.timeoutMs : 0;
+  return true;
+}
 
-  const int64_t deadline = request.timeoutMs > 0 ? nowMs() + request.timeoutMs : 0;
+// Reads what every started child writes to its captured streams until all
+// of them are closed or their time is up. One loop for all, so that no
+// child stalls on a full pipe while another one is read.
+void drain(const std::vector<ChildRequest>& requests, std::vector<Running>& running,
+           std::vector<ChildResult>& results) {
   char buffer[65536];
-  while (outRead.valid() || errRead.valid()) {
-    struct pollfd fds[2];
-    int count = 0;
-    if (outRead.valid()) fds[count++] = {outRead.get(), POLLIN, 0};
-    if (errRead.valid()) fds[count++] = {errRead.get(), POLLIN, 0};
+  std::vector<struct pollfd> fds;
+  std::vector<std::pair<size_t, bool>> owners;  // child, whether standard output
+  for (;;) {
+    fds.clear();
+    owners.clear();
     int wait = -1;
-    if (deadline) {
-      int64_t left = deadline - nowMs();
-      if (left <= 0) {
-        result.timedOut = true;
-        break;
+    const int64_t now = nowMs();
+    for (size_t i = 0; i < running.size(); ++i) {
+      Running& child = running[i];
+      if (!child.outRead.valid() && !child.errRead.valid()) continue;
+      if (child.deadline) {
+        const int64_t left = child.deadline - now;
+        if (left <= 0) {
+          results[i].timedOut = true;
+          child.outRead.reset();
+          child.errRead.reset();
+          continue;
+        }
+        wait = wait < 0 ? static_cast<int>(left) : std::min(wait, static_cast<int>(left));
       }
-      wait = static_cast<int>(left);
+      if (child.outRead.valid()) {
+        fds.push_back({child.outRead.get(), POLLIN, 0});
+        owners.emplace_back(i, true);
+      }
+      if (child.errRead.valid()) {
+        fds.push_back({child.errRead.get(), POLLIN, 0});
+        owners.emplace_back(i, false);
+      }
     }
-    int ready = ::poll(fds, static_cast<nfds_t>(count), wait);
+    if (fds.empty()) return;
+    int ready = ::poll(fds.data(), static_cast<nfds_t>(fds.size()), wait);
     if (ready < 0 && errno == EINTR) continue;
-    if (ready < 0) break;
-    for (int i = 0; i < count; ++i) {
-      if (!fds[i].revents) continue;
-      const bool isOut = outRead.valid() && fds[i].fd == outRead.get();
-      ssize_t n = ::read(fds[i].fd, buffer, sizeof buffer);
+    if (ready < 0) return;
+    for (size_t f = 0; f < fds.size(); ++f) {
+      if (!fds[f].revents) continue;
+      const auto [i, isOut] = owners[f];
+      ssize_t n = ::read(fds[f].fd, buffer, sizeof buffer);
       if (n < 0 && (errno == EINTR || errno == EAGAIN)) continue;
       if (n <= 0) {
-        (isOut ? outRead : errRead).reset();
+        (isOut ? running[i].outRead : running[i].errRead).reset();
         continue;
       }
-      appendBounded(isOut ? &result.out : &result.err, buffer, static_cast<size_t>(n),
-                    request.captureLimit, &result.truncated);
+      appendBounded(isOut ? &results[i].out : &results[i].err, buffer, static_cast<size_t>(n),
+                    requests[i].captureLimit, &results[i].truncated);
     }
   }
+}
 
+// Waits for a started child to end, within its time limit, and reaps it.
+void finish(const ChildRequest& request, const Running& child, ChildResult* result) {
   // Waited for without reaping it, so that it can be reaped and forgotten
   // in one step below.
-  int wstatus = 0;
+  const pid_t pid = child.pid;
   for (;;) {
-    if (result.timedOut) ::kill(pid, SIGKILL);
+    if (result->timedOut) ::kill(pid, SIGKILL);
     siginfo_t info = {};
-    const int flags = WEXITED | WNOWAIT | (deadline && !result.timedOut ? WNOHANG : 0);
+    const int flags = WEXITED | WNOWAIT | (child.deadline && !result->timedOut ? WNOHANG : 0);
     if (::waitid(P_PID, static_cast<id_t>(pid), &info, flags) < 0) {
       if (errno == EINTR) continue;
       break;
     }
     if (info.si_pid == pid) break;
     // Streams closed but the child lives on: wait for it within the limit.
-    if (nowMs() >= deadline) {
-      result.timedOut = true;
+    if (nowMs() >= child.deadline) {
+      result->timedOut = true;
       continue;
     }
     ::usleep(2000);
   }
+  sigset_t all, saved;
+  sigfillset(&all);
   ::sigprocmask(SIG_BLOCK, &all, &saved);
   if (request.ending) request.ending(pid);
+  int wstatus = 0;
   while (::waitpid(pid, &wstatus, 0) < 0 && errno == EINTR) {
   }
   ::sigprocmask(SIG_SETMASK, &saved, nullptr);
   if (WIFEXITED(wstatus)) {
-    result.status = WEXITSTATUS(wstatus);
+    result->status = WEXITSTATUS(wstatus);
   } else if (WIFSIGNALED(wstatus)) {
-    result.signal = WTERMSIG(wstatus);
+    result->signal = WTERMSIG(wstatus);
   }
-  return result;
+}
+
+}  // namespace
+
+std::vector<ChildResult> runChildren(const std::vector<ChildRequest>& requests) {
+  std::vector<ChildResult> results(requests.size());
+  std::vector<Running> running(requests.size());
+  for (size_t i = 0; i < requests.size(); ++i) start(requests[i], &results[i], &running[i]);
+  drain(requests, running, results);
+  for (size_t i = 0; i < requests.size(); ++i)
+    if (results[i].started) finish(requests[i], running[i], &results[i]);
+  return results;
+}
+
+ChildResult runChild(const ChildRequest& request) {
+  return std::move(runChildren({request}).front());
 }
 
 std::string describeChildFailure(const ChildResult& result, const std::string& said) {

@@ -60,6 +60,11 @@ struct ChildResult {
 
 ChildResult runChild(const ChildRequest& request);
 
+// Runs the children all at once and answers when the last has ended: their
+// results in the order asked. One that cannot start does not keep the
+// others from running.
+std::vector<ChildResult> runChildren(const std::vector<ChildRequest>& requests);
+
 // One line saying why a run failed ("could not be started: ...", "was
 // killed by signal 9", "ran out of time", "failed with status 2: <what it
 // said>"), for error messages. `said` is the output worth quoting.

@@ -75,14 +75,16 @@ std::string failure(const std::string& program, const ChildResult& run) {
 // A reader or writer still running when a stop signal ends the tool goes
 // with it: it would go on writing into the folders the handler removes, or
 // hold a large image open for nobody.
-ChildResult runTied(ChildRequest request) {
+ChildRequest tied(ChildRequest request) {
   request.started = [](pid_t pid) { registerCleanupChild(pid); };
   request.ending = [](pid_t pid) { unregisterCleanupChild(pid); };
-  return runChild(request);
+  return request;
 }
 
-ChildResult runReader(const std::string& program, std::vector<std::string> args,
-                      int timeoutMs, int outFd = -1) {
+ChildResult runTied(ChildRequest request) { return runChild(tied(std::move(request))); }
+
+ChildRequest readerRequest(const std::string& program, std::vector<std::string> args,
+                           int timeoutMs, int outFd = -1) {
   ChildRequest request;
   request.program = program;
   request.args = std::move(args);
@@ -93,7 +95,12 @@ ChildResult runReader(const std::string& program, std::vector<std::string> args,
     request.out = ChildStream::ToFd;
     request.outFd = outFd;
   }
-  return runTied(std::move(request));
+  return tied(std::move(request));
+}
+
+ChildResult runReader(const std::string& program, std::vector<std::string> args,
+                      int timeoutMs, int outFd = -1) {
+  return runChild(readerRequest(program, std::move(args), timeoutMs, outFd));
 }
 
 }  // namespace
@@ -503,10 +510,15 @@ void readLinkTargets(const std::string& sevenZip, const std::string& image,
   }
 }
 
-bool listWithSevenZip(const std::string& sevenZip, const std::string& image,
-                      std::vector<ImageEntry>* entries, std::string* error) {
-  ChildResult run = runReader(sevenZip, {"l", "-slt", "-bd", "--", pathArgument(image)},
-                              kListingTimeoutMs);
+ChildRequest sevenZipListing(const std::string& sevenZip, const std::string& image) {
+  return readerRequest(sevenZip, {"l", "-slt", "-bd", "--", pathArgument(image)},
+                       kListingTimeoutMs);
+}
+
+// The entries of 7-Zip's listing `run`, with the targets of the links in it.
+bool takeSevenZipListing(const std::string& sevenZip, const std::string& image,
+                         const ChildResult& run, std::vector<ImageEntry>* entries,
+                         std::string* error) {
   if (!run.succeeded() || run.truncated) {
     *error = run.truncated ? "its listing is too large" : failure(sevenZip, run);
     return false;
@@ -521,13 +533,19 @@ bool listWithSevenZip(const std::string& sevenZip, const std::string& image,
 bool listImage(const ImageReader& reader, const std::string& image,
                std::vector<ImageEntry>* entries, std::string* error) {
   if (reader.kind == ImageReader::Kind::SevenZip)
-    return listWithSevenZip(reader.program, image, entries, error);
+    return takeSevenZipListing(reader.program, image,
+                               runChild(sevenZipListing(reader.program, image)), entries, error);
 
-  ChildResult run = runReader(
+  // 7-Zip lists the Joliet tree (below) beside xorriso: it needs nothing
+  // from xorriso's listing, and the two share the processors.
+  std::vector<ChildRequest> requests = {readerRequest(
       reader.program,
       {"-indev", pathArgument(image), "-find", "/", "-exec", "lsdl", "--", "-find", "/", "-type",
        "f", "-exec", "report_lba", "--"},
-      kListingTimeoutMs);
+      kListingTimeoutMs)};
+  if (!reader.sevenZip.empty()) requests.push_back(sevenZipListing(reader.sevenZip, image));
+  std::vector<ChildResult> runs = runChildren(requests);
+  const ChildResult& run = runs.front();
   if (!run.succeeded() || run.truncated) {
     *error = run.truncated ? "its listing is too large" : failure(reader.program, run);
     return false;
@@ -537,7 +555,7 @@ bool listImage(const ImageReader& reader, const std::string& image,
   // day; 7-Zip reads the same times to the second from the Joliet tree.
   std::vector<ImageEntry> joliet;
   std::string ignored;
-  if (!reader.sevenZip.empty() && listWithSevenZip(reader.sevenZip, image, &joliet, &ignored)) {
+  if (runs.size() > 1 && takeSevenZipListing(reader.sevenZip, image, runs[1], &joliet, &ignored)) {
     std::map<std::string_view, const ImageEntry*> byPath;
     for (const ImageEntry& entry : joliet) byPath.emplace(entry.path, &entry);
     for (ImageEntry& entry : *entries) {

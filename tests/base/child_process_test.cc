@@ -3,9 +3,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
 namespace velmar {
 namespace {
@@ -105,6 +107,34 @@ TEST(ChildProcessTest, ACaptureLimitKeepsTheEnd) {
   EXPECT_TRUE(r.truncated);
   EXPECT_LE(r.out.size(), 200u);
   EXPECT_EQ(r.out.substr(r.out.size() - 3), "END");
+}
+
+// The children run at once: the writer of a named pipe blocks until its
+// reader opens it, so run one after the other they would both run out of
+// time. Each keeps its own output, however much of it there is, and one
+// that cannot start leaves the others running.
+TEST(ChildProcessTest, ChildrenRunTogetherEachWithItsOwnResult) {
+  char folder[] = "/tmp/velmar-children-XXXXXX";
+  ASSERT_NE(::mkdtemp(folder), nullptr);
+  const std::string fifo = std::string(folder) + "/fifo";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  std::vector<ChildRequest> requests = {shell("printf handed > " + fifo + "; head -c 300000 /dev/zero"),
+                                        shell("cat " + fifo + "; head -c 200000 /dev/zero >&2")};
+  for (ChildRequest& request : requests) request.timeoutMs = 20000;
+  ChildRequest missing;
+  missing.program = std::string(folder) + "/no-such-program";
+  requests.insert(requests.begin() + 1, missing);
+  std::vector<ChildResult> results = runChildren(requests);
+  ::unlink(fifo.c_str());
+  ::rmdir(folder);
+  ASSERT_EQ(results.size(), 3u);
+  EXPECT_TRUE(results[0].succeeded());
+  EXPECT_EQ(results[0].out, std::string(300000, '\0'));
+  EXPECT_FALSE(results[1].started);
+  EXPECT_EQ(results[1].startError, ENOENT);
+  EXPECT_TRUE(results[2].succeeded());
+  EXPECT_EQ(results[2].out, "handed");
+  EXPECT_EQ(results[2].err.size(), 200000u);
 }
 
 }  // namespace
