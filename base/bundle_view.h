@@ -142,7 +142,9 @@ bool existsInView(BundleView& view, std::string_view path);
 
 // Appends `length` bytes of `in` from `offset` (or, with length
 // UINT64_MAX, everything from its current offset to its end) to `out`, in
-// the kernel where it can, else through a buffer. A file that ends before
+// the kernel where it can; bytes that would move within their page, from a
+// mapping of the source where it is in the page cache; else through a
+// buffer. A file that ends before
 // `length` bytes is EIO when `exact`, and simply copied whole otherwise.
 int copyBytes(int in, uint64_t offset, uint64_t length, int out,
               const std::function<void(uint64_t)>& progress, bool exact = true);
