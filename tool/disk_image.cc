@@ -221,19 +221,60 @@ uint64_t parseCount(std::string_view text) {
   return value;
 }
 
+// Days from 1970-01-01 to a day of the proleptic Gregorian calendar; a
+// day past the end of its month runs on into the next, as with timegm.
+int64_t daysFromCivil(int64_t year, int month, int day) {
+  year -= month <= 2;
+  const int64_t era = (year >= 0 ? year : year - 399) / 400;
+  const int64_t yearOfEra = year - era * 400;
+  const int64_t dayOfYear = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
+  const int64_t dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
+  return era * 146097 + dayOfEra - 719468;
+}
+
+// The seconds of "YYYY-MM-DD HH:MM:SS" exactly as 7-Zip prints them, in
+// the ranges strptime accepts; false for anything else. A listing holds
+// thousands of times, and strptime with timegm cost a fifth of reading it.
+bool parsePlainStamp(std::string_view text, time_t* seconds) {
+  static constexpr std::string_view kShape = "0000-00-00 00:00:00";
+  if (text.size() < kShape.size()) return false;
+  for (size_t i = 0; i < kShape.size(); ++i) {
+    const bool digit = text[i] >= '0' && text[i] <= '9';
+    if (kShape[i] == '0' ? !digit : text[i] != kShape[i]) return false;
+  }
+  auto number = [&](size_t at, size_t digits) {
+    int value = 0;
+    for (size_t i = at; i < at + digits; ++i) value = value * 10 + (text[i] - '0');
+    return value;
+  };
+  const int year = number(0, 4), month = number(5, 2), day = number(8, 2);
+  const int hour = number(11, 2), minute = number(14, 2), second = number(17, 2);
+  if (month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 || minute > 59 || second > 61)
+    return false;
+  *seconds = static_cast<time_t>(daysFromCivil(year, month, day) * 86400 + hour * 3600 +
+                                 minute * 60 + second);
+  return true;
+}
+
 // "2024-01-02 03:04:05" with an optional fraction of a second, in UTC.
 struct timespec parseStampTime(std::string_view text) {
   struct timespec ts = {};
-  struct tm tm = {};
-  std::string copy(text);
-  const char* rest = ::strptime(copy.c_str(), "%Y-%m-%d %H:%M:%S", &tm);
-  if (!rest) return ts;
-  ts.tv_sec = ::timegm(&tm);
-  if (*rest == '.') {
+  size_t used = 19;
+  if (!parsePlainStamp(text, &ts.tv_sec)) {
+    struct tm tm = {};
+    std::string copy(text);
+    const char* rest = ::strptime(copy.c_str(), "%Y-%m-%d %H:%M:%S", &tm);
+    if (!rest) return ts;
+    ts.tv_sec = ::timegm(&tm);
+    used = static_cast<size_t>(rest - copy.c_str());
+  }
+  std::string_view rest = text.substr(used);
+  if (!rest.empty() && rest.front() == '.') {
     long nanos = 0;
     int digits = 0;
-    for (++rest; *rest >= '0' && *rest <= '9'; ++rest)
-      if (digits < 9) nanos = nanos * 10 + (*rest - '0'), ++digits;
+    for (rest.remove_prefix(1); !rest.empty() && rest.front() >= '0' && rest.front() <= '9';
+         rest.remove_prefix(1))
+      if (digits < 9) nanos = nanos * 10 + (rest.front() - '0'), ++digits;
     for (; digits < 9; ++digits) nanos *= 10;
     ts.tv_nsec = nanos;
   }
@@ -283,21 +324,23 @@ std::vector<ImageEntry> parseSevenZipListing(std::string_view text) {
   size_t pos = 0;
   while (pos < text.size() && nextLine(text, &pos) != "----------") {
   }
-  std::map<std::string, std::string, std::less<>> fields;
+  // The properties the view uses, as views into `text`; the first line of
+  // a name in an entry counts.
+  static constexpr std::string_view kNames[] = {"Path",     "Mode",     "Symbolic Link", "Folder",
+                                                "Size",     "Modified", "Accessed"};
+  enum { kPath, kMode, kLink, kFolder, kSize, kModified, kAccessed, kCount };
+  std::string_view fields[kCount];
+  bool seen[kCount] = {};
   auto flush = [&] {
-    auto field = [&](std::string_view key) -> std::string_view {
-      auto it = fields.find(key);
-      return it == fields.end() ? std::string_view() : std::string_view(it->second);
-    };
     ImageEntry entry;
-    entry.path = cleanListedPath(field("Path"));
+    entry.path = cleanListedPath(fields[kPath]);
     if (!entry.path.empty()) {
-      std::string_view mode = field("Mode");
-      entry.linkTarget = std::string(field("Symbolic Link"));
+      std::string_view mode = fields[kMode];
+      entry.linkTarget = std::string(fields[kLink]);
       // A link to a folder is listed as a folder too: the link wins.
       if (!entry.linkTarget.empty() || hasPrefix(mode, "l", Compare::Literal)) {
         entry.kind = EntryKind::Link;
-      } else if (field("Folder") == "+") {
+      } else if (fields[kFolder] == "+") {
         entry.kind = EntryKind::Folder;
       } else {
         entry.kind = kindFromMode(mode);
@@ -305,19 +348,19 @@ std::vector<ImageEntry> parseSevenZipListing(std::string_view text) {
       bool targetMissing = entry.kind == EntryKind::Link && entry.linkTarget.empty();
       entry.mode = permissionBits(mode);
       if (mode.empty()) entry.mode = entry.kind == EntryKind::Folder ? 0755 : 0644;
-      entry.size = entry.kind == EntryKind::File ? parseCount(field("Size")) : 0;
+      entry.size = entry.kind == EntryKind::File ? parseCount(fields[kSize]) : 0;
       if (entry.kind == EntryKind::Link) entry.size = entry.linkTarget.size();
       if (targetMissing) {
         entry.kind = EntryKind::Other;
         entry.isLinkWithoutTarget = true;
-        entry.size = parseCount(field("Size"));
+        entry.size = parseCount(fields[kSize]);
       }
-      entry.modified = parseStampTime(field("Modified"));
-      std::string_view accessed = field("Accessed");
+      entry.modified = parseStampTime(fields[kModified]);
+      std::string_view accessed = fields[kAccessed];
       entry.accessed = accessed.empty() ? entry.modified : parseStampTime(accessed);
       entries.push_back(std::move(entry));
     }
-    fields.clear();
+    for (int i = 0; i < kCount; ++i) fields[i] = {}, seen[i] = false;
   };
   while (pos < text.size()) {
     std::string_view line = nextLine(text, &pos);
@@ -327,9 +370,14 @@ std::vector<ImageEntry> parseSevenZipListing(std::string_view text) {
     }
     size_t equals = line.find(" =");
     if (equals == std::string_view::npos) continue;
+    std::string_view name = line.substr(0, equals);
     std::string_view value = line.substr(equals + 2);
     if (!value.empty() && value.front() == ' ') value.remove_prefix(1);
-    fields.emplace(std::string(line.substr(0, equals)), std::string(value));
+    for (int i = 0; i < kCount; ++i) {
+      if (name != kNames[i]) continue;
+      if (!seen[i]) fields[i] = value, seen[i] = true;
+      break;
+    }
   }
   flush();
   return entries;

@@ -2,6 +2,10 @@
 // choice of the bundle folder inside an image.
 
 #include <gtest/gtest.h>
+#include <time.h>
+
+#include <iterator>
+#include <string>
 
 #include "tool/disk_image.h"
 #include "tool/image_view.h"
@@ -59,6 +63,28 @@ TEST(ImageListingTest, SevenZipTechnicalListing) {
   EXPECT_EQ(find(entries, "Vol/plain")->mode, 0644u);
   EXPECT_FALSE(find(entries, "../escape"));
   EXPECT_TRUE(parseSevenZipListing("garbage without a listing").empty());
+}
+
+// Times read by hand agree with strptime and timegm, which read what does
+// not have 7-Zip's exact shape.
+TEST(ImageListingTest, SevenZipTimesAgreeWithTheCLibrary) {
+  const char* const stamps[] = {
+      "1970-01-01 00:00:00", "1969-12-31 23:59:59", "2000-02-29 12:00:00", "2024-02-30 00:00:00",
+      "0001-01-01 00:00:00", "9999-12-31 23:59:60", "1900-03-01 01:02:03", "2024-1-2 3:04:05",
+      "2024-13-01 00:00:00", "2024-01-00 00:00:00", "2024-01-01 24:00:00", "2024-01-01",
+      "  2024-01-01 00:00:00", "2038-01-19 03:14:08.25"};
+  std::string text = "----------\n";
+  for (size_t i = 0; i < std::size(stamps); ++i)
+    text += "Path = f" + std::to_string(i) + "\nSize = 1\nModified = " + stamps[i] + "\n\n";
+  std::vector<ImageEntry> entries = parseSevenZipListing(text);
+  ASSERT_EQ(entries.size(), std::size(stamps));
+  for (size_t i = 0; i < std::size(stamps); ++i) {
+    struct tm tm = {};
+    const char* rest = ::strptime(stamps[i], "%Y-%m-%d %H:%M:%S", &tm);
+    const time_t expected = rest ? ::timegm(&tm) : 0;
+    EXPECT_EQ(entries[i].modified.tv_sec, expected) << stamps[i];
+  }
+  EXPECT_EQ(entries.back().modified.tv_nsec, 250000000);
 }
 
 TEST(ImageListingTest, XorrisoLsdlListing) {
