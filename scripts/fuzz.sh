@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Runs one libFuzzer target for a while: scripts/fuzz.sh TARGET SECONDS [libFuzzer flags...]
-# TARGET is plist_reader_fuzz, tool_output_fuzz or engine_fuzz. Builds it
-# with clang into build-fuzz/ (or $VELMAR_FUZZ_BUILD_DIR) first. New inputs
+# TARGET is plist_reader_fuzz, tool_output_fuzz, engine_fuzz or
+# image_listing_fuzz. Builds it with clang into build-fuzz/ (or
+# $VELMAR_FUZZ_BUILD_DIR) first. New inputs
 # that add coverage go to build-fuzz/corpus/TARGET, so the committed seeds in
 # fuzz/corpus/TARGET stay as they are; a crash is written to
 # build-fuzz/findings/ and the script exits non-zero.
