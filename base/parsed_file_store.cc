@@ -12,9 +12,11 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
+#include <utility>
 #include <vector>
 
 #include "base/bundle_view.h"
+#include "base/cache_eviction.h"
 #include "base/staging_name.h"
 #include "base/unique_fd.h"
 #include "base/value_snapshot.h"
@@ -195,12 +197,7 @@ bool ParsedFileStore::makeFolder() {
 }
 
 void ParsedFileStore::makeRoom(const std::string& kept) {
-  struct Entry {
-    std::string path;
-    uint64_t bytes;
-    struct timespec used;
-  };
-  std::vector<Entry> entries;
+  std::vector<CacheItem> entries;
   uint64_t total = 0;
   UniqueFd dirFd(::open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   std::vector<FolderEntry> items;
@@ -219,17 +216,11 @@ void ParsedFileStore::makeRoom(const std::string& kept) {
     if (path == kept) continue;
     entries.push_back({path, static_cast<uint64_t>(st.st_blocks) * 512, st.st_mtim});
   }
-  if (total <= limits_.totalBytes) return;
-  std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) {
-    return a.used.tv_sec != b.used.tv_sec ? a.used.tv_sec < b.used.tv_sec
-                                          : a.used.tv_nsec < b.used.tv_nsec;
+  // Never the one just stored; a process still reading one keeps its open
+  // copy.
+  evictLeastRecentlyUsed(std::move(entries), total, limits_.totalBytes, [](const CacheItem& entry) {
+    return ::unlink(entry.name.c_str()) == 0 || errno == ENOENT;
   });
-  // Oldest first, never the one just stored; a process still reading one
-  // keeps its open copy.
-  for (const Entry& entry : entries) {
-    if (total <= limits_.totalBytes) break;
-    if (::unlink(entry.path.c_str()) == 0 || errno == ENOENT) total -= entry.bytes;
-  }
 }
 
 }  // namespace velmar

@@ -9,10 +9,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
+#include <utility>
 
+#include "base/cache_eviction.h"
 #include "base/file_bytes.h"
 #include "base/staging_name.h"
 #include "tool/cleanup.h"
@@ -168,12 +169,7 @@ std::unique_ptr<ImageCache> ImageCache::open(const std::string& root, const std:
 }
 
 void ImageCache::makeRoom(uint64_t adding) {
-  struct Entry {
-    std::string name;
-    uint64_t bytes;
-    struct timespec used;
-  };
-  std::vector<Entry> others;
+  std::vector<CacheItem> others;
   entryBytes_ = folderBytes(folder_);
   uint64_t total = adding + entryBytes_;
   for (const std::string& name : namesIn(root_)) {
@@ -187,18 +183,10 @@ void ImageCache::makeRoom(uint64_t adding) {
   }
   othersBytes_ = total - adding - entryBytes_;
   counted_ = true;
-  if (total <= limits_.totalBytes) return;
-  std::sort(others.begin(), others.end(), [](const Entry& a, const Entry& b) {
-    return a.used.tv_sec != b.used.tv_sec ? a.used.tv_sec < b.used.tv_sec
-                                          : a.used.tv_nsec < b.used.tv_nsec;
-  });
-  for (const Entry& entry : others) {
-    if (total <= limits_.totalBytes) break;
-    if (evict(root_, entry.name)) {
-      total -= entry.bytes;
-      othersBytes_ -= entry.bytes;
-    }
-  }
+  const uint64_t left = evictLeastRecentlyUsed(
+      std::move(others), total, limits_.totalBytes,
+      [&](const CacheItem& entry) { return evict(root_, entry.name); });
+  othersBytes_ -= total - left;
 }
 
 // What a file of `size` bytes takes on disk, near enough.
